@@ -1,0 +1,213 @@
+/*
+ * keel.h - the base library under libtolv.
+ *
+ * Memory descriptors (named pools released as a whole), process-wide
+ * settings, configuration texts read key by key, environment and file
+ * access, messages, threads, mutexes, sample conversion, a few vector
+ * kernels and the recursive block filter FilterBlockFloat.
+ *
+ * Everything here is plain C and may be called from C or C++.
+ */
+#ifndef KEEL_H
+#define KEEL_H
+
+#include <stdbool.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(KEEL_BUILDING)
+#define KEEL_API __attribute__((visibility("default")))
+#else
+#define KEEL_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Opaque handles; a null handle means "none". */
+typedef struct keel_mem_descr *KEEL_MEMDESCR;
+typedef struct keel_file *KEEL_FILE;
+typedef struct keel_thread *KEEL_THREAD;
+typedef struct keel_mutex *KEEL_MUTEX;
+
+/* ---- Core and version -------------------------------------------------- */
+KEEL_API int KEELCORE_Initialize(void);
+KEEL_API int KEELCORE_Finalize(void);
+/* Registers a client library's version; callable before KEELCORE_Initialize. */
+KEEL_API int KEELVERSION_Register(const char *name, int major, int minor,
+                                  int release, int build);
+/* Number of registered versions and the i-th one (name may be NULL-checked). */
+KEEL_API int KEELVERSION_Count(void);
+KEEL_API const char *KEELVERSION_Get(int index, int *major, int *minor,
+                                     int *release, int *build);
+
+/* ---- Settings ----------------------------------------------------------- *
+ * The text is printf-formatted, then read as "key=value" or "key=[value]".
+ * A value set with SetValueEx wins over a default from SetDefaultEx, which
+ * wins over the default carried by the query itself. Keys are compared
+ * without regard to case. context is always NULL (the process-wide store).
+ * All calls are thread-safe. */
+KEEL_API int KEELSETTINGS_SetDefaultEx(void *context, const char *format, ...)
+    __attribute__((format(printf, 2, 3)));
+KEEL_API int KEELSETTINGS_SetValueEx(void *context, const char *format, ...)
+    __attribute__((format(printf, 2, 3)));
+KEEL_API bool KEELSETTINGS_GetBoolEx(void *context, const char *format, ...)
+    __attribute__((format(printf, 2, 3)));
+KEEL_API int64_t KEELSETTINGS_GetIntEx(void *context, const char *format, ...)
+    __attribute__((format(printf, 2, 3)));
+/* Forgets every value and default set so far (tests and host resets). */
+KEEL_API void KEELSETTINGS_Clear(void);
+
+/* ---- Environment -------------------------------------------------------- */
+/* Current value of the variable, or NULL when it is unset or empty. The text
+ * stays valid at least until the next call from the same thread. */
+KEEL_API const char *KEELENV_GetEnvValue(const char *name);
+
+/* ---- Files -------------------------------------------------------------- */
+/* True only for an existing regular file. */
+KEEL_API bool KEELIO_FileExists(const char *path);
+/* mode "r" or "w" ("w" creates or empties); binary, no translation. */
+KEEL_API KEEL_FILE KEELIO_Open(const char *path, const char *mode, ...);
+/* Size of the whole file; -1 for a null handle. */
+KEEL_API int64_t KEELIO_FileSize(KEEL_FILE file);
+/* Bytes read or written; 0 for a null handle. */
+KEEL_API int64_t KEELIO_ReadData(KEEL_FILE file, void *dest, int64_t bytes);
+KEEL_API int64_t KEELIO_WriteData(KEEL_FILE file, const void *src,
+                                  int64_t bytes);
+/* Flushes and closes; 0 for a null handle, 1 otherwise. */
+KEEL_API int KEELIO_CloseFile(KEEL_FILE file);
+
+/* ---- Memory descriptors ------------------------------------------------- *
+ * A named pool. Objects are never released singly: disposing the descriptor
+ * releases all of them. Live descriptors are kept in a registry so that
+ * KEELMEM_DisplayMemDescr can report one. */
+KEEL_API KEEL_MEMDESCR KEELMEM_CreateMemDescrEx(const char *name,
+                                                int sizeHint, int flags);
+/* Cleared memory, 16-byte aligned. */
+KEEL_API void *KEELMEM_NewEx(KEEL_MEMDESCR mem, uint32_t bytes, int flags);
+/* Cleared memory at a multiple of alignment (a power of two); NULL when the
+ * alignment is not a power of two or the memory cannot be had. */
+KEEL_API void *KEELMEM_NewAligned(KEEL_MEMDESCR mem, int alignment,
+                                  int64_t bytes);
+KEEL_API float *KEELMEM_NewFloatVector(KEEL_MEMDESCR mem, int count);
+/* Non-zero on success; 0 for a null descriptor. */
+KEEL_API int KEELMEM_DisposeMemDescr(KEEL_MEMDESCR mem);
+/* Reports name, object count and bytes through the log level. */
+KEEL_API int KEELMEM_DisplayMemDescr(KEEL_MEMDESCR mem);
+/* For reports and tests: live objects and bytes of a descriptor. */
+KEEL_API int KEELMEM_GetObjectCount(KEEL_MEMDESCR mem);
+KEEL_API int64_t KEELMEM_GetByteCount(KEEL_MEMDESCR mem);
+KEEL_API const char *KEELMEM_GetName(KEEL_MEMDESCR mem);
+/* Number of descriptors not yet disposed of. */
+KEEL_API int KEELMEM_LiveDescriptorCount(void);
+
+/* ---- Messages ----------------------------------------------------------- *
+ * Levels: 0 log, 1 warning, 2 error, 3 terminal error. The handler receives
+ * the formatted text as it stands (a trailing line feed is kept). Without a
+ * handler, messages go to stderr behind a level prefix. All four return. */
+enum { KEEL_LEVEL_LOG = 0, KEEL_LEVEL_WARNING = 1, KEEL_LEVEL_ERROR = 2,
+       KEEL_LEVEL_TERMINAL = 3 };
+typedef void (*KEELDEBUG_Handler)(int level, int code, const char *message,
+                                  void *user);
+KEEL_API void KEELDEBUG_SetMessageHandler(KEELDEBUG_Handler handler,
+                                          void *user);
+KEEL_API void KEELDEBUG_Log(int code, const char *format, ...)
+    __attribute__((format(printf, 2, 3)));
+KEEL_API void KEELDEBUG_Warning(int code, const char *format, ...)
+    __attribute__((format(printf, 2, 3)));
+KEEL_API void KEELDEBUG_Error(int code, const char *format, ...)
+    __attribute__((format(printf, 2, 3)));
+KEEL_API void KEELDEBUG_TerminalError(int code, const char *format, ...)
+    __attribute__((format(printf, 2, 3)));
+
+/* ---- Texts and configuration strings ------------------------------------ *
+ * A configuration text is a list of entries key=value separated by ',' or
+ * ';' or a line feed at bracket depth 0. Blanks around keys, '=' and values
+ * are ignored. Keys match without regard to case; the first occurrence of a
+ * key wins. Values: a number (C-locale strtod), a word, a quoted text in
+ * '...' or "...", a vector [1, 2, 3] (commas or blanks), a matrix
+ * [1 2 3; 4 5 6] (rows split by ';'). Booleans: true/false, yes/no, on/off,
+ * 1/0 in any case. An absent key or a value that does not parse as the kind
+ * asked for yields the caller's default. */
+KEEL_API int KEELSTRING_CompareInsensitiveN(const char *a, const char *b,
+                                            uint64_t count);
+KEEL_API char *KEELSTRING_Strlwr(char *text, int flags);
+/* Non-zero when the key was found; otherwise the default is copied. The
+ * destination always ends with a zero byte within destSize. */
+KEEL_API int KEELSTRING_GetStringValueFromString(const char *config,
+                                                 const char *key,
+                                                 const char *defaultValue,
+                                                 char *dest, size_t destSize);
+KEEL_API int KEELSTRING_GetIntegerValueFromString(const char *config,
+                                                  const char *key,
+                                                  int defaultValue);
+KEEL_API bool KEELSTRING_GetBooleanValueFromString(const char *config,
+                                                   const char *key,
+                                                   bool defaultValue);
+KEEL_API float KEELSTRING_GetFloatValueFromString(const char *config,
+                                                  const char *key,
+                                                  float defaultValue);
+/* Non-zero only for a one-row bracketed vector; writes its element count. */
+KEEL_API int KEELSTRING_GetVectorSizeFromString(const char *config,
+                                                const char *key, int *count);
+KEEL_API int KEELSTRING_GetDoubleVectorValuesFromString(const char *config,
+                                                        const char *key,
+                                                        double *dest,
+                                                        int count);
+/* Non-zero for a bracketed value with rows; writes rows and columns. */
+KEEL_API int KEELSTRING_GetMatrixSizeFromString(const char *config,
+                                                const char *key, int *rows,
+                                                int *columns);
+KEEL_API int KEELSTRING_GetDoubleMatrixValuesFromString(const char *config,
+                                                        const char *key,
+                                                        double *dest,
+                                                        int rows, int columns);
+
+/* ---- Threads, sleep, mutexes -------------------------------------------- */
+typedef int (*KEELTHREAD_Function)(void *argument);
+/* Starts the thread at once; NULL when it cannot be started. */
+KEEL_API KEEL_THREAD KEELTHREAD_AddThread(KEELTHREAD_Function function,
+                                          void *argument, int flags);
+/* Blocks until the thread has ended (also long ago), stores its result when
+ * result is not NULL, and releases the handle. */
+KEEL_API int KEELTHREAD_JoinThreadEx(KEEL_THREAD thread, int *result);
+KEEL_API void KEELUTILS_sleep_msec(int milliseconds);
+
+/* A plain, non-recursive lock. A null handle is ignored by all three. */
+KEEL_API KEEL_MUTEX MutexInit(void);
+KEEL_API int MutexLock(KEEL_MUTEX mutex);
+KEEL_API int MutexUnlock(KEEL_MUTEX mutex);
+KEEL_API int MutexDestroy(KEEL_MUTEX mutex);
+
+/* ---- Sample conversion -------------------------------------------------- *
+ * 16-bit scale is 32768: a float x maps to round-to-nearest(x * 32768)
+ * saturated to [-32768, 32767], so 1.0 gives 32767 and -1.0 gives -32768.
+ * The reverse divides by 32768, so a 16-bit round trip is exact. */
+KEEL_API void KEELUTILS_ConvertIEEEFloatToWord16(const float *src,
+                                                 int16_t *dest, int count);
+KEEL_API void KEELUTILS_ConvertWord16ToIEEEFloat(const int16_t *src,
+                                                 float *dest, int count);
+
+/* ---- Vector arithmetic -------------------------------------------------- */
+KEEL_API void FVectorMulScalar(float *vector, int count, float factor);
+KEEL_API double FVectorSumOfSquares(const float *vector, int count);
+KEEL_API float FVectorAbsMax(const float *vector, int count);
+/* Index of the first largest magnitude (-1 for count <= 0), and that
+ * magnitude through maxValue when it is not NULL. */
+KEEL_API int FVectorArgAbsMax(const float *vector, int count,
+                              float *maxValue);
+
+/* ---- Block filter ------------------------------------------------------- *
+ * y[n] = b[0] x[n] + ... + b[c-1] x[n-c+1] - a[1] y[n-1] - ... - a[c-1] y[n-c+1]
+ * with a[0] = 1, c = count. memA and memB hold count + 1 doubles each, start
+ * cleared, and carry the filter's past across calls. */
+KEEL_API int FilterBlockFloat(const double *a, const double *b, int count,
+                              double *memA, double *memB, const float *input,
+                              double *output, int samples);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* KEEL_H */
