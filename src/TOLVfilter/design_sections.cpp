@@ -8,8 +8,10 @@
  * order ends with a first-order section from the last real pole and zero.
  */
 #include <cmath>
+#include <cstdlib>
 
 #include "TOLVfilter/design.h"
+#include "TOLVfilter/filter.h"
 #include "keel.h"
 
 /* No tolerance: -0.0 is real and NaN is not. */
@@ -72,4 +74,42 @@ int _PairRootsIntoSections(int N, const _ROOT *poles, const _ROOT *zeros,
         bq[4] = 0.0;
     }
     return 1;
+}
+
+/* Builds the section object itself rather than going through the exported
+ * constructor: a designed cascade has no section limit, and its type code
+ * is kept. */
+_TOLV_FILTER *_MakeFilterFromRoots(int N, const _ROOT *poles,
+                                   const _ROOT *zeros, double total,
+                                   float userGain, int numChannels,
+                                   int filterType)
+{
+    const int odd = N & 1;
+    const int S = N / 2 + odd;
+    _DFIISOSstate *st =
+        static_cast<_DFIISOSstate *>(calloc(1, sizeof(_DFIISOSstate)));
+    st->numSections = S;
+    st->sections = static_cast<double *>(calloc(5 * (size_t)S, sizeof(double)));
+    /* A channel count below 1 gets no ring: no frame ever touches it. */
+    const size_t ring =
+        numChannels > 0 ? 4 * (size_t)numChannels * (size_t)S : 0;
+    st->memory = static_cast<double *>(calloc(ring > 0 ? ring : 1, sizeof(double)));
+
+    /* The gain is spread evenly: every section gets the same b0. */
+    const double g = pow(total * (double)userGain, 1.0 / S);
+    if (st->sections == nullptr || st->memory == nullptr ||
+        !_PairRootsIntoSections(N, poles, zeros, g, st->sections)) {
+        free(st->sections);
+        free(st->memory);
+        free(st);
+        return nullptr;
+    }
+    _TOLV_FILTER *f = static_cast<_TOLV_FILTER *>(calloc(1, sizeof(_TOLV_FILTER)));
+    f->filterFn = _DFIISOSfilter;
+    f->resetFn = _DFIISOSreset;
+    f->copyMemFn = _DFIISOScopyMem;
+    f->stateData = st;
+    f->filterType = filterType;
+    f->numChannels = numChannels;
+    return f;
 }

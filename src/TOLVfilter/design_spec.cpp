@@ -93,19 +93,20 @@ _TOLV_FILTER *fromBiquads(const char *text, int numChannels, bool *done)
 }
 
 /* "numerator" with "denominator"; the denominator is not looked at without
- * a numerator. An empty vector reads as one coefficient 0. */
+ * a numerator. An empty vector has no leading coefficient and does not
+ * count as one. */
 _TOLV_FILTER *fromVectors(const char *text, int numChannels, bool *done)
 {
     int numLength = 0, denLength = 0;
     *done = false;
     if (!KEELSTRING_GetVectorSizeFromString(text, "numerator", &numLength) ||
-        !KEELSTRING_GetVectorSizeFromString(text, "denominator", &denLength))
+        numLength < 1 ||
+        !KEELSTRING_GetVectorSizeFromString(text, "denominator", &denLength) ||
+        denLength < 1)
         return nullptr;
     *done = true;
-    const size_t numCount = numLength > 0 ? (size_t)numLength : 0;
-    const size_t denCount = denLength > 0 ? (size_t)denLength : 0;
-    double *den = static_cast<double *>(calloc(denCount + 1, sizeof(double)));
-    double *num = static_cast<double *>(calloc(numCount + 1, sizeof(double)));
+    double *den = static_cast<double *>(calloc((size_t)denLength, sizeof(double)));
+    double *num = static_cast<double *>(calloc((size_t)numLength, sizeof(double)));
     KEELSTRING_GetDoubleVectorValuesFromString(text, "denominator", den, denLength);
     KEELSTRING_GetDoubleVectorValuesFromString(text, "numerator", num, numLength);
     _TOLV_FILTER *filter = TOLV_CreateFilterFromCoefs(
