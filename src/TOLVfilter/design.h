@@ -86,6 +86,15 @@ extern const _DESIGN_RECORD _Elliptic;
  * prototype's edge after the bilinear step. */
 static const _ROOT _QuarterTurn(6.123233995736766e-17, 1.0);
 
+/* Walks the entries of a packed list of N roots in order. visit(entry) may
+ * rewrite the entry and returns how many roots it now stands for (1 or 2). */
+template <class Visit>
+static inline void _WalkRoots(_ROOT *list, int N, Visit visit)
+{
+    for (int count = 0, i = 0; count < N; i++)
+        count += visit(list[i]);
+}
+
 /* Distance from `point` to a packed root: to the entry and, for a complex
  * entry, times the distance to its conjugate. */
 static inline double _DistanceProduct(const _ROOT &point, const _ROOT &root)

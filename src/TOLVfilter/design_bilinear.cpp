@@ -32,24 +32,22 @@ void _BilinearPrototype(int N, _ROOT *poles, _ROOT *zeros, double *gain)
     GainProducts g;
     _ROOT *lists[2] = {poles, zeros};
     for (int l = 0; l < 2; l++) {
-        _ROOT *list = lists[l];
-        for (int count = 0, i = 0; count < N; i++) {
-            const _ROOT s = list[i];
+        _WalkRoots(lists[l], N, [&](_ROOT &entry) {
+            const _ROOT s = entry;
             if (!std::isfinite(std::abs(s))) {
                 /* A root at infinity maps to Nyquist. */
-                list[i] = _ROOT(-1.0, 0.0);
+                entry = _ROOT(-1.0, 0.0);
                 g.after[l] *= 2.0;
-                count += 1;
-                continue;
+                return 1;
             }
             g.before[l] *= std::abs(-s);
             if (s.imag() != 0.0)
                 g.before[l] *= std::abs(-s);
             const _ROOT z = (1.0 + s) / (1.0 - s);
-            list[i] = z;
+            entry = z;
             g.after[l] *= _DistanceProduct(1.0, z);
-            count += z.imag() != 0.0 ? 2 : 1;
-        }
+            return z.imag() != 0.0 ? 2 : 1;
+        });
     }
     *gain = g.apply(*gain);
 }
@@ -68,9 +66,8 @@ void _TransformLowHigh(bool highpass, float fpass, int N, _ROOT *poles,
     GainProducts g;
     _ROOT *lists[2] = {poles, zeros};
     for (int l = 0; l < 2; l++) {
-        _ROOT *list = lists[l];
-        for (int count = 0, i = 0; count < N; i++) {
-            const _ROOT z = list[i];
+        _WalkRoots(lists[l], N, [&](_ROOT &entry) {
+            const _ROOT z = entry;
             g.before[l] *= _DistanceProduct(_QuarterTurn, z);
             /* z' = (z + alpha) / (1 + alpha z), negated for the highpass. */
             const _ROOT num(z.real() + alpha, z.imag());
@@ -82,10 +79,10 @@ void _TransformLowHigh(bool highpass, float fpass, int N, _ROOT *poles,
              * gain correction makes up for the constant it changes. */
             if (std::abs(zt) > 1.0)
                 zt = 1.0 / zt;
-            list[i] = zt;
+            entry = zt;
             g.after[l] *= _DistanceProduct(edge, zt);
-            count += zt.imag() != 0.0 ? 2 : 1;
-        }
+            return zt.imag() != 0.0 ? 2 : 1;
+        });
     }
     *gain = g.apply(*gain);
 }

@@ -25,6 +25,15 @@ static double rippleFactor(double Ap)
     return sqrt(pow(10.0, Ap / 10.0) - 1.0);
 }
 
+/* Semi-axes sinh(v), cosh(v) of the ellipse on which Chebyshev poles lie,
+ * v = asinh(1 / eps) / N. */
+static void poleEllipse(double eps, int N, double *sh, double *ch)
+{
+    const double v = (1.0 / N) * asinh(1.0 / eps);
+    *sh = sinh(v);
+    *ch = cosh(v);
+}
+
 static double squaredMagnitude(const _ROOT &r)
 {
     return r.real() * r.real() + r.imag() * r.imag();
@@ -69,9 +78,8 @@ int _ChebyshevDesign(double, double, double Ap, double, int N, _ROOT *poles,
 {
     if (Ap <= 0.0 || N <= 0)
         return 0;
-    const double eps = rippleFactor(Ap);
-    const double v = (1.0 / N) * asinh(1.0 / eps);
-    const double sh = sinh(v), ch = cosh(v);
+    double sh, ch;
+    poleEllipse(rippleFactor(Ap), N, &sh, &ch);
     const int h = N / 2;
     double K = 1.0;
     for (int i = 0; i < h; i++) {
@@ -115,9 +123,8 @@ int _ChebyshevIIDesign(double, double ratio, double Ap, double As, int N,
         a = As / 10.0;
     }
     const double E = sqrt(pow(10.0, a) - 1.0);
-    const double eps = 1.0 / E;
-    const double v = (1.0 / N) * asinh(1.0 / eps);
-    const double sh = sinh(v), ch = cosh(v);
+    double sh, ch;
+    poleEllipse(1.0 / E, N, &sh, &ch);
     const int h = N / 2;
     double K = 1.0;
     for (int i = 0; i < h; i++) {
