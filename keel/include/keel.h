@@ -98,10 +98,10 @@ KEEL_API int KEELIO_CloseFile(KEEL_FILE file);
  * A named pool. Objects are never released singly: disposing the descriptor
  * releases all of them. Live descriptors are kept in a registry so that
  * KEELMEM_DisplayMemDescr can report one. */
-KEEL_API KEEL_MEMDESCR KEELMEM_CreateMemDescrEx(const char *name,
-                                                int sizeHint, int flags);
 /* Size hint and flags change nothing. A descriptor is used by one thread
  * at a time; the registry of live descriptors is thread-safe. */
+KEEL_API KEEL_MEMDESCR KEELMEM_CreateMemDescrEx(const char *name,
+                                                int sizeHint, int flags);
 /* Cleared memory, 16-byte aligned; a request of 0 bytes gets its own
  * address. NULL for a null descriptor. flags is ignored. */
 KEEL_API void *KEELMEM_NewEx(KEEL_MEMDESCR mem, uint32_t bytes, int flags);
