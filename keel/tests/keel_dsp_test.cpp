@@ -169,10 +169,15 @@ TEST(KeelFilterBlock, ImpulseResponseOfAFirstOrderSection) {
 TEST(KeelFilterBlock, MatchesTheDifferenceEquationAcrossAnyBlockSplit) {
   std::mt19937 rng(20240611);
   std::uniform_real_distribution<float> sample(-1.0f, 1.0f);
-  std::vector<float> x(3000);
+  std::vector<float> x(6000);
   for (float &s : x)
     s = sample(rng);
-  for (int c = 1; c <= 11; ++c) {
+  // 1 to 11 coefficients as in resampler tables, and long filters too.
+  std::vector<int> counts;
+  for (int c = 1; c <= 11; ++c)
+    counts.push_back(c);
+  counts.insert(counts.end(), {40, 65, 66, 80});
+  for (int c : counts) {
     std::vector<double> a, b;
     randomCoefficients(c, rng, a, b);
     const std::vector<double> expected = referenceFilter(a, b, x);
@@ -186,16 +191,21 @@ TEST(KeelFilterBlock, MatchesTheDifferenceEquationAcrossAnyBlockSplit) {
     ASSERT_EQ(std::memcmp(whole.data(), expected.data(), x.size() * sizeof(double)), 0)
         << "count " << c;
 
-    // The same signal in random blocks, empty ones among them. Each block
-    // writes into its own exactly-sized buffer, so overruns show up.
-    std::uniform_int_distribution<int> blockSize(0, 40);
+    // The same signal in random blocks, empty ones and long ones among
+    // them. Each block writes into its own exactly-sized buffer, so overruns
+    // show up.
+    std::uniform_int_distribution<int> shortBlock(0, 40), longBlock(200, 700);
+    auto blockSize = [&](std::mt19937 &g) {
+      return g() % 4 == 0 ? longBlock(g) : shortBlock(g);
+    };
     std::fill(memA.begin(), memA.end(), 0.0);
     std::fill(memB.begin(), memB.end(), 0.0);
     std::vector<double> pieces;
     size_t done = 0;
-    int emptyBlocks = 0;
+    int emptyBlocks = 0, blocks = 0;
     while (done < x.size()) {
-      const int n = std::min<int>(blockSize(rng), static_cast<int>(x.size() - done));
+      const int wanted = ++blocks % 5 == 0 ? 0 : blockSize(rng);
+      const int n = std::min<int>(wanted, static_cast<int>(x.size() - done));
       emptyBlocks += n == 0;
       std::vector<float> in(x.begin() + done, x.begin() + done + n);
       std::vector<double> out(n);
