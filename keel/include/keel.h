@@ -119,7 +119,8 @@ KEEL_API int KEELMEM_DisposeMemDescr(KEEL_MEMDESCR mem);
  * for a null or not live descriptor. */
 KEEL_API int KEELMEM_DisplayMemDescr(KEEL_MEMDESCR mem);
 /* For reports and tests: live objects and bytes asked for (alignment slack
- * not counted) of a descriptor, -1 for NULL; its name, NULL for NULL. */
+ * not counted) of a descriptor and its name; -1 (NULL for the name) for a
+ * handle that is not a live descriptor. */
 KEEL_API int KEELMEM_GetObjectCount(KEEL_MEMDESCR mem);
 KEEL_API int64_t KEELMEM_GetByteCount(KEEL_MEMDESCR mem);
 KEEL_API const char *KEELMEM_GetName(KEEL_MEMDESCR mem);

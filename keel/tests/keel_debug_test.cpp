@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -77,6 +79,36 @@ TEST(KeelDebug, ResettingTheHandlerStopsDelivery) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "keel log: after\n");
   ASSERT_EQ(seen.size(), 1u);
   EXPECT_EQ(seen[0].text, "kept");
+}
+
+TEST(KeelDebug, HandlerSwapsWhileOtherThreadsLogLoseNothing) {
+  // Each message reaches exactly one of the two handlers, whole.
+  MessageCapture first;
+  MessageCapture second;  // installed last: now the current handler
+  constexpr int kThreads = 4, kMessages = 3000;
+  std::vector<std::thread> loggers;
+  for (int t = 0; t < kThreads; ++t)
+    loggers.emplace_back([t] {
+      for (int i = 0; i < kMessages; ++i)
+        KEELDEBUG_Warning(-1, "thread %d message %d", t, i);
+    });
+  for (int swap = 0; swap < 2000; ++swap) {
+    MessageCapture *target = swap % 2 ? &first : &second;
+    KEELDEBUG_SetMessageHandler(
+        [](int level, int code, const char *text, void *user) {
+          static_cast<MessageCapture *>(user)->record(level, code, text);
+        },
+        target);
+  }
+  for (auto &logger : loggers)
+    logger.join();
+  const auto a = first.messages(), b = second.messages();
+  EXPECT_EQ(a.size() + b.size(), static_cast<size_t>(kThreads * kMessages));
+  for (const auto *list : {&a, &b})
+    for (const auto &m : *list) {
+      ASSERT_EQ(m.level, KEEL_LEVEL_WARNING);
+      ASSERT_EQ(m.text.rfind("thread ", 0), 0u) << m.text;
+    }
 }
 
 }  // namespace

@@ -101,6 +101,9 @@ TEST(KeelMem, NullAndStaleHandlesAreRefused) {
   MessageCapture capture;
   EXPECT_EQ(KEELMEM_DisposeMemDescr(mem), 0);  // already gone: not touched
   EXPECT_EQ(KEELMEM_DisplayMemDescr(mem), 0);
+  EXPECT_EQ(KEELMEM_GetObjectCount(mem), -1);
+  EXPECT_EQ(KEELMEM_GetByteCount(mem), -1);
+  EXPECT_EQ(KEELMEM_GetName(mem), nullptr);
   EXPECT_TRUE(capture.messages().empty());
 }
 

@@ -177,6 +177,23 @@ TEST(KeelEnv, ReadsTheCurrentValueAtEveryCall) {
   EXPECT_EQ(KEELENV_GetEnvValue(nullptr), nullptr);
 }
 
+TEST(KeelEnv, EachThreadKeepsItsOwnCopy) {
+  setenv("KEEL_TEST_ENV_A", "alpha", 1);
+  setenv("KEEL_TEST_ENV_B", "beta", 1);
+  const char *mine = KEELENV_GetEnvValue("KEEL_TEST_ENV_A");
+  std::string other;
+  std::thread reader([&other] {
+    for (int i = 0; i < 100; ++i)
+      other = KEELENV_GetEnvValue("KEEL_TEST_ENV_B");
+  });
+  reader.join();
+  // Calls on another thread did not overwrite this thread's text.
+  EXPECT_STREQ(mine, "alpha");
+  EXPECT_EQ(other, "beta");
+  unsetenv("KEEL_TEST_ENV_A");
+  unsetenv("KEEL_TEST_ENV_B");
+}
+
 TEST(KeelCore, StartsAreCountedAndAStrayStopIsRefused) {
   while (KEELCORE_Finalize() == 1) {
   }

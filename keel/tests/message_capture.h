@@ -28,11 +28,14 @@ public:
     return messages_;
   }
 
+  void record(int level, int code, const char *text) {
+    std::lock_guard<std::mutex> guard(lock_);
+    messages_.push_back({level, code, text ? text : "(null)"});
+  }
+
 private:
   static void handle(int level, int code, const char *text, void *user) {
-    auto *self = static_cast<MessageCapture *>(user);
-    std::lock_guard<std::mutex> guard(self->lock_);
-    self->messages_.push_back({level, code, text ? text : "(null)"});
+    static_cast<MessageCapture *>(user)->record(level, code, text);
   }
   std::mutex lock_;
   std::vector<CapturedMessage> messages_;
