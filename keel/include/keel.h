@@ -151,43 +151,104 @@ KEEL_API void KEELDEBUG_TerminalError(int code, const char *format, ...)
     __attribute__((format(printf, 2, 3)));
 
 /* ---- Texts and configuration strings ------------------------------------ *
- * A configuration text is a list of entries key=value separated by ',' or
- * ';' or a line feed at bracket depth 0. Blanks around keys, '=' and values
- * are ignored. Keys match without regard to case; the first occurrence of a
- * key wins. Values: a number (C-locale strtod), a word, a quoted text in
- * '...' or "...", a vector [1, 2, 3] (commas or blanks), a matrix
- * [1 2 3; 4 5 6] (rows split by ';'). Booleans: true/false, yes/no, on/off,
- * 1/0 in any case. An absent key or a value that does not parse as the kind
- * asked for yields the caller's default. */
+ * A configuration text is a list of entries key=value, for example
+ *   type=bandpass, approximation=ellip, fpass1=300, fpass2=3400, fs=16000
+ *   numerator=[0.2 0.4 0.2]; denominator=[1, -0.5, 0.1]
+ *   biquads=[-1.2 0.5 0.1 0.2 0.1; -0.3 0.1 1 2 1], nc=2
+ * NULL and the empty text are valid and yield every default.
+ *
+ * Entries. Entries are separated by ',' or ';' or a line feed at bracket
+ * depth 0. Blanks (space, tab, carriage return) around keys, '=' and values
+ * are ignored. The key is the text before the first '=' of the entry; an
+ * entry without '=' names nothing and is skipped. The value runs from after
+ * that '=' to the separator; further '=' belong to the value.
+ * Keys. Keys match without regard to ASCII case ("ap" finds "Ap"), whole key
+ * against whole key ("fs" never finds "fstop"). The first entry with the key
+ * wins, even when its value does not parse as the kind asked for. A NULL or
+ * empty key finds nothing.
+ * Values, by their first byte:
+ * - a quote, ' or ": a quoted text. The quote protects separators, brackets
+ *   and the other quote up to its twin; there are no escapes. The closing
+ *   quote must end the value (blanks after it aside), otherwise the value is
+ *   malformed. An unclosed quote runs to the end of the text, malformed.
+ * - '[': a bracketed list. Separators inside brackets belong to the value;
+ *   nested brackets count. The matching ']' must end the value, otherwise it
+ *   is malformed; an unclosed '[' runs to the end of the text, malformed.
+ *   Quotes have no meaning inside brackets.
+ * - anything else: a bare word, taken as it stands (quotes or brackets
+ *   after its first byte are ordinary bytes). "key=" holds the empty word.
+ * Numbers are read as strtod reads them in the "C" locale, whatever locale
+ * the process has set: decimal and hexadecimal forms, "inf", "infinity",
+ * "nan", "nan(...)" in any case. The whole text of the value must be the
+ * number. Overflow gives an infinity and underflow zero or a subnormal, as
+ * strtod rounds them.
+ * Lists. The body between the brackets holds rows separated by ';'; within a
+ * row, elements are separated by blanks (line feeds count as blanks inside
+ * brackets) or by one comma between two elements. Every element is a number;
+ * an empty element (",,", a leading or trailing comma), an empty row ("1;",
+ * ";1") or rows of different lengths make the list malformed. A body of
+ * blanks only, "[]", is the empty list of 0 rows and 0 columns.
+ *
+ * Getters. A key that is absent, or whose value is malformed or not of the
+ * kind asked for, yields the caller's default. */
+
+/* Compares at most count bytes with ASCII letters folded to lower case,
+ * whatever the locale; stops early at the end of both texts, so count may
+ * exceed the shorter one. Returns 0 when equal, else the difference of the
+ * first differing folded bytes (as unsigned char). NULL reads as "". */
 KEEL_API int KEELSTRING_CompareInsensitiveN(const char *a, const char *b,
                                             uint64_t count);
+/* Lowers ASCII letters in place and returns text; flags is unused (0); NULL
+ * is returned as it came. */
 KEEL_API char *KEELSTRING_Strlwr(char *text, int flags);
-/* Non-zero when the key was found; otherwise the default is copied. The
- * destination always ends with a zero byte within destSize. */
+/* Copies the value of key to dest: a bare word as it stands, a quoted text
+ * without its quotes, a bracketed value as the text between the brackets
+ * with blanks and line feeds trimmed at both ends. Returns 1 then. For an
+ * absent key or a malformed value it copies defaultValue (NULL copies "")
+ * and returns 0. The copy is cut to destSize - 1 bytes and always ends with
+ * a zero byte; a destSize of 0 (or a NULL dest) writes nothing, and the
+ * result still tells whether the key was found. */
 KEEL_API int KEELSTRING_GetStringValueFromString(const char *config,
                                                  const char *key,
                                                  const char *defaultValue,
                                                  char *dest, size_t destSize);
+/* A bare or quoted number whose value is whole and within int32: "16",
+ * "+16", "16.0", "1e3", "0x10" are read; "16.5", "nan", "3000000000" give
+ * the default. */
 KEEL_API int KEELSTRING_GetIntegerValueFromString(const char *config,
                                                   const char *key,
                                                   int defaultValue);
+/* true, yes, on, 1 and false, no, off, 0, bare or quoted, in any case; any
+ * other value gives the default. */
 KEEL_API bool KEELSTRING_GetBooleanValueFromString(const char *config,
                                                    const char *key,
                                                    bool defaultValue);
+/* A bare or quoted number, rounded once from the text to float (so "1e39"
+ * gives infinity, "nan" a NaN). */
 KEEL_API float KEELSTRING_GetFloatValueFromString(const char *config,
                                                   const char *key,
                                                   float defaultValue);
-/* Non-zero only for a one-row bracketed vector; writes its element count. */
+/* Non-zero for a list of at most one row ("[]" included, with 0 elements);
+ * writes its element count, or 0 when the result is 0. A bare number is no
+ * vector. */
 KEEL_API int KEELSTRING_GetVectorSizeFromString(const char *config,
                                                 const char *key, int *count);
+/* Stores the first count elements of a list of at most one row; with fewer
+ * elements stored than count, the rest of dest is left as it was. Writes
+ * nothing for anything else. Returns the number of doubles written. */
 KEEL_API int KEELSTRING_GetDoubleVectorValuesFromString(const char *config,
                                                         const char *key,
                                                         double *dest,
                                                         int count);
-/* Non-zero for a bracketed value with rows; writes rows and columns. */
+/* Non-zero for any well-formed list: "[1 2 3]" is 1 x 3, "[]" is 0 x 0;
+ * writes rows and columns, or zeros when the result is 0. */
 KEEL_API int KEELSTRING_GetMatrixSizeFromString(const char *config,
                                                 const char *key, int *rows,
                                                 int *columns);
+/* Stores the first rows * columns elements of a list, row after row as the
+ * text holds them (the stored shape is not rearranged to the one asked for);
+ * with fewer elements the rest of dest is left as it was. Writes nothing
+ * for a malformed list. Returns the number of doubles written. */
 KEEL_API int KEELSTRING_GetDoubleMatrixValuesFromString(const char *config,
                                                         const char *key,
                                                         double *dest,
