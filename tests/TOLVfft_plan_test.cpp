@@ -9,6 +9,7 @@
 
 #include <fftw3.h>
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cstdlib>

@@ -27,12 +27,13 @@
     } while (0)
 
 /* Runs `body` in a fresh process; the test fails unless it exits with 0. */
-#define RUN_IN_FRESH_PROCESS(body)                                            \
+#define RUN_IN_FRESH_PROCESS(...)                                             \
     do {                                                                      \
         GTEST_FLAG_SET(death_test_style, "threadsafe");                       \
+        auto fresh_body_ = [&]() { __VA_ARGS__; };                            \
         EXPECT_EXIT(                                                          \
             {                                                                 \
-                body;                                                         \
+                fresh_body_();                                                \
                 fflush(nullptr);                                              \
                 _exit(0);                                                     \
             },                                                                \
