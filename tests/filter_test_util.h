@@ -65,22 +65,6 @@ inline std::vector<double> Rounded(std::vector<double> v)
     return v;
 }
 
-/* Denominator 1 + a1 z^-1 + a2 z^-2 of each (a1, a2) pair, multiplied out. */
-inline std::vector<double> PolyFromSections(const std::vector<double> &pairs)
-{
-    std::vector<double> p = {1};
-    for (size_t i = 0; i + 1 < pairs.size(); i += 2) {
-        std::vector<double> q(p.size() + 2, 0.0);
-        for (size_t k = 0; k < p.size(); k++) {
-            q[k] += p[k];
-            q[k + 1] += pairs[i] * p[k];
-            q[k + 2] += pairs[i + 1] * p[k];
-        }
-        p = q;
-    }
-    return p;
-}
-
 /* Collects the library's messages while alive. */
 struct MessageLog {
     struct Entry {

@@ -12,6 +12,21 @@
 /* Largest cascade accepted from a caller's records. */
 static const uint32_t kMaxBiquads = 65536;
 
+/* The object around a state record; only designed filters carry a type. */
+static _TOLV_FILTER *NewFilter(_TOLV_FilterRunFn run, _TOLV_FilterResetFn reset,
+                               _TOLV_FilterCopyFn copy, void *state,
+                               int numChannels)
+{
+    _TOLV_FILTER *f = (_TOLV_FILTER *)calloc(1, sizeof(_TOLV_FILTER));
+    f->filterFn = run;
+    f->resetFn = reset;
+    f->copyMemFn = copy;
+    f->stateData = state;
+    f->filterType = 0;
+    f->numChannels = numChannels;
+    return f;
+}
+
 extern "C" {
 
 /* Coefficients are normalised by a[0] once here, each division in f64 and
@@ -44,14 +59,7 @@ TOLV_API _TOLV_FILTER *TOLV_CreateFilterFromCoefs(int numChannels,
         st->denCoefs[k - 1] = (float)(denominator[k] / a0);
     st->b0 = (float)(numerator[0] / a0);
 
-    _TOLV_FILTER *f = (_TOLV_FILTER *)calloc(1, sizeof(_TOLV_FILTER));
-    f->filterFn = _DFIIfilter;
-    f->resetFn = _DFIIreset;
-    f->copyMemFn = _DFIIcopyMem;
-    f->stateData = st;
-    f->filterType = 0;
-    f->numChannels = numChannels;
-    return f;
+    return NewFilter(_DFIIfilter, _DFIIreset, _DFIIcopyMem, st, numChannels);
 }
 
 TOLV_API _TOLV_FILTER *TOLV_CreateFilterFromBiquads(int numChannels,
@@ -74,14 +82,8 @@ TOLV_API _TOLV_FILTER *TOLV_CreateFilterFromBiquads(int numChannels,
     st->numSections = (int32_t)numBiquads;
     st->head = 0;
 
-    _TOLV_FILTER *f = (_TOLV_FILTER *)calloc(1, sizeof(_TOLV_FILTER));
-    f->filterFn = _DFIISOSfilter;
-    f->resetFn = _DFIISOSreset;
-    f->copyMemFn = _DFIISOScopyMem;
-    f->stateData = st;
-    f->filterType = 0;
-    f->numChannels = numChannels;
-    return f;
+    return NewFilter(_DFIISOSfilter, _DFIISOSreset, _DFIISOScopyMem, st,
+                     numChannels);
 }
 
 /* Replaces the coefficients of a running cascade and leaves the ring and
