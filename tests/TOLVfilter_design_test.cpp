@@ -31,7 +31,7 @@ struct OrderCase {
 TEST(DesignOrder, EstimatesOfTheFourApproximations)
 {
     const OrderCase cases[] = {
-        /* The reference specification. */
+        /* The reference design. */
         {"ratio 1.5, Ap 1, As 40", 1.5, 1.0, 40.0, 14, 7, 5},
         /* A loss ratio D of 1 gives a zero quotient: truncation plus one. */
         {"D = 1", 2.0, 3.0, 3.0, 1, 1, 1},
@@ -50,7 +50,7 @@ TEST(DesignOrder, EstimatesOfTheFourApproximations)
     }
 }
 
-TEST(DesignOrder, EstimatesMeetTheSpecificationTheyWereAskedFor)
+TEST(DesignOrder, EstimatesMeetTheLossesTheyWereAskedFor)
 {
     /* The Butterworth order is the least one whose loss at the stop edge
      * reaches As; one less misses it. */

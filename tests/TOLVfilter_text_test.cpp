@@ -596,7 +596,7 @@ TEST(CreateFilterText, PassEdgesLoseAp)
     }
 }
 
-TEST(CreateFilterText, EllipticDesignsMeetTheirSpecification)
+TEST(CreateFilterText, EllipticDesignsMeetTheirLossBounds)
 {
     /* The selectivity is taken on the unwarped edges; the prototype meets
      * As from that ratio on, wherever the warp puts it in the digital band. */
