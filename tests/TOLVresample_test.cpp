@@ -211,8 +211,9 @@ TEST_F(ResampleTest, OnlyTheFirst256BytesOfTheTextCount)
     for (const std::string &t : junk) {
         _TOLV_RESAMPLE *r = TOLV_ResampleInit(8000, 16000, t.c_str());
         ASSERT_NE(r, nullptr);
-        if (r->kind == TOLV_RESAMPLE_POLYPHASE)
+        if (r->kind == TOLV_RESAMPLE_POLYPHASE) {
             EXPECT_EQ(Poly(r)->tapsPerPhase, 61);
+        }
         TOLV_ResampleDestroy(r);
     }
 }
@@ -422,7 +423,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(ResampleTest, ZohPairsOutsideTheTableAreReportedButMade)
 {
     const int pairs[][2] = {{48000, 48000}, {12000, 8000}, {8000, 12000},
-                            {44100, 22000}, {1, 96000}};
+                            {44100, 22000}, {7, 3}};
     for (const auto &pair : pairs) {
         messages.clear();
         _TOLV_RESAMPLE *r = TOLV_ResampleInit(pair[0], pair[1], "type=zoh");

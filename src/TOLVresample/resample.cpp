@@ -3,6 +3,7 @@
  * the small helpers of the two set-ups.
  */
 #include <stdlib.h>
+#include <string.h>
 
 #include "resample.h"
 
@@ -25,9 +26,12 @@ void _ResampleGrowStaging(double **staging, int64_t *capacity,
     if (*staging != NULL && required <= *capacity)
         return;
     /* A count of zero or below still yields a real block, so that the
-     * pointer never reads as released. */
+     * pointer never reads as released. The block carries nothing between
+     * calls; it is cleared so that no stage ever reads an indeterminate
+     * value from it. */
     size_t entries = required > 0 ? (size_t)required : 1;
     *staging = (double *)realloc(*staging, entries * sizeof(double));
+    memset(*staging, 0, entries * sizeof(double));
     *capacity = required;
 }
 
