@@ -15,25 +15,36 @@
 
 enum { TICKS_SIDE_BY_SIDE = 4 };
 
-/* B ticks at once: tick b is the sum over t of newest[b][-t] * rows[b][t]. */
-template <int B>
-static inline void _HistoryTicks(const double *const *newest,
-                                 const double *const *rows, int32_t taps,
-                                 float *out)
+/* One tick: the sum over t of newest[-t] * row[t], in the order of t. */
+static inline float _HistoryTick(const double *newest, const double *row,
+                                 int32_t taps)
 {
-    double sum[B];
-    const double *x[B];
-    const double *r[B];
-    for (int b = 0; b < B; b++) {
-        sum[b] = 0.0;
-        x[b] = newest[b];
-        r[b] = rows[b];
-    }
+    double sum = 0.0;
     for (int32_t t = 0; t < taps; t++)
-        for (int b = 0; b < B; b++)
-            sum[b] += x[b][-t] * r[b][t];
-    for (int b = 0; b < B; b++)
-        out[b] = (float)sum[b];
+        sum += newest[-t] * row[t];
+    return (float)sum;
+}
+
+/* Four ticks side by side, each chain in its own order of t, so that the
+ * additions of one tick wait only on its own previous sum. */
+static inline void _FourHistoryTicks(const double *const *newest,
+                                     const double *const *rows, int32_t taps,
+                                     float *out)
+{
+    const double *x0 = newest[0], *x1 = newest[1], *x2 = newest[2],
+                 *x3 = newest[3];
+    const double *r0 = rows[0], *r1 = rows[1], *r2 = rows[2], *r3 = rows[3];
+    double s0 = 0.0, s1 = 0.0, s2 = 0.0, s3 = 0.0;
+    for (int32_t t = 0; t < taps; t++) {
+        s0 += x0[-t] * r0[t];
+        s1 += x1[-t] * r1[t];
+        s2 += x2[-t] * r2[t];
+        s3 += x3[-t] * r3[t];
+    }
+    out[0] = (float)s0;
+    out[1] = (float)s1;
+    out[2] = (float)s2;
+    out[3] = (float)s3;
 }
 
 /* Frames [first, end) of the block, all with their history in the block. */
@@ -53,9 +64,8 @@ static int _BlockTicks(_TOLV_POLYPHASE *s, const double *x, int first,
             newest[pending] = x + i;
             rows[pending] = s->phaseFilters[s->phase];
             if (++pending == TICKS_SIDE_BY_SIDE) {
-                _HistoryTicks<TICKS_SIDE_BY_SIDE>(newest, rows,
-                                                  s->tapsPerPhase,
-                                                  output + written);
+                _FourHistoryTicks(newest, rows, s->tapsPerPhase,
+                                  output + written);
                 written += pending;
                 pending = 0;
             }
@@ -63,8 +73,8 @@ static int _BlockTicks(_TOLV_POLYPHASE *s, const double *x, int first,
         s->phase -= s->up;
     }
     for (int b = 0; b < pending; b++)
-        _HistoryTicks<1>(newest + b, rows + b, s->tapsPerPhase,
-                         output + written + b);
+        output[written + b] =
+            _HistoryTick(newest[b], rows[b], s->tapsPerPhase);
     return written + pending;
 }
 
