@@ -48,7 +48,9 @@ extern "C" TOLV_API _TOLV_SOLAFS *TOLV_SolafsCreate(int frameMs, int sampleRate,
     /* Candidate c reads point i at skewStep * (c + 2 i) behind the analysis
      * position, since correlationStep is twice skewStep. */
     int32_t candidates = s->maxSkew / s->skewStep;
-    int32_t decimated = candidates > 0 && points > 0 ? candidates + 2 * points : 0;
+    /* Four candidates are scored at a time: slack for a partial group. */
+    int32_t decimated =
+        candidates > 0 && points > 0 ? candidates + 2 * points + 4 : 0;
     s->searchSamples =
         (double *)_SolafsNewArray(mem, decimated, sizeof(double));
 

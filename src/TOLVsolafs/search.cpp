@@ -14,21 +14,8 @@
 
 #include "solafs.h"
 
-/* Candidate c reads point i at searchSamples[c + ratio * i]. */
-static double _SolafsScore(const double *x, const float *y, int32_t points,
-                           int32_t ratio)
-{
-    double dot = 0.0;
-    double energy = 1.0;
-    for (int32_t i = 0; i < points; i++) {
-        double v = x[ratio * i];
-        energy += v * v;
-        dot += v * (double)y[i];
-    }
-    return dot / sqrt(energy);
-}
-
-/* Scores of candidates c .. c + 3, four lanes in two registers. */
+/* Scores of candidates c .. c + 3, four lanes in two registers; candidate
+ * c + k reads point i at x[k + ratio * i]. */
 static void _SolafsScore4(const double *x, const float *y, int32_t points,
                           int32_t ratio, double *scores)
 {
@@ -84,13 +71,11 @@ int32_t _SolafsSearch(_TOLV_SOLAFS *s, int32_t p)
     int32_t skew = 0;
     double best = 0.0;
     double scores[4];
+    /* W is a multiple of 8, so there are W / 2 candidates, a multiple of 4;
+     * a last partial group would only read the scratch's slack. */
     for (int32_t c = 0; c < candidates; c += 4) {
+        _SolafsScore4(x + c, y, points, ratio, scores);
         int32_t lanes = candidates - c < 4 ? candidates - c : 4;
-        if (lanes == 4)
-            _SolafsScore4(x + c, y, points, ratio, scores);
-        else
-            for (int32_t k = 0; k < lanes; k++)
-                scores[k] = _SolafsScore(x + c + k, y, points, ratio);
         for (int32_t k = 0; k < lanes; k++) {
             if (scores[k] > best) {
                 best = scores[k];
