@@ -32,6 +32,10 @@ extern "C" TOLV_API _TOLV_SOLAFS *TOLV_SolafsCreate(int frameMs, int sampleRate,
     s->skewStep = 4;
     s->synthesisHop = w - (w >> 1);
     s->inputCapacity = sampleRate;
+    /* One request to the descriptor holds less than 4 GiB: a window for a
+     * rate above 2^30 - 1 is cut to that many floats. */
+    if (s->inputCapacity > (int32_t)(UINT32_MAX / sizeof(float)))
+        s->inputCapacity = (int32_t)(UINT32_MAX / sizeof(float));
     s->inputEnd = w >> 1;
     s->channelStride = channels;
 
@@ -45,8 +49,8 @@ extern "C" TOLV_API _TOLV_SOLAFS *TOLV_SolafsCreate(int frameMs, int sampleRate,
         (float *)_SolafsNewArray(mem, s->inputCapacity, sizeof(float));
     s->overlapBuffer =
         (float *)_SolafsNewArray(mem, s->overlapLength, sizeof(float));
-    /* Candidate c reads point i at skewStep * (c + 2 i) behind the analysis
-     * position, since correlationStep is twice skewStep. */
+    /* Candidate c reads point i at skewStep * (c + 2 i) from the analysis
+     * position on, since correlationStep is twice skewStep. */
     int32_t candidates = s->maxSkew / s->skewStep;
     /* Four candidates are scored at a time: slack for a partial group. */
     int32_t decimated =

@@ -5,7 +5,7 @@
 #include "solafs.h"
 
 /* Shifts the window so that it keeps similarityLength positions behind the
- * analysis position p (which itself trails the pad by similarityLength). */
+ * analysis position p. */
 static void _SolafsDiscard(_TOLV_SOLAFS *s, int32_t p)
 {
     int64_t discard = (int64_t)p - s->inputBase - s->similarityLength;

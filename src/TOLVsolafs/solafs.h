@@ -29,7 +29,9 @@
  *    frame, when each call records its speed afresh, a full table has its
  *    last entry rewritten instead;
  *  - a cursor past the last written segment is translated with the last
- *    segment, and a cursor inside segment 0 takes 0 as that segment's base.
+ *    segment, and a cursor inside segment 0 takes 0 as that segment's base;
+ *  - the window holds at most 2^30 - 1 floats, what one request to the
+ *    descriptor can hold; a higher rate gets that much.
  * A frame length W of 0 (frameMs * sampleRate / 1000 below 8) or below is the
  * one sequence not covered: blocks have no length, and an output call with a
  * capacity of 0 or more never returns once a frame has been accepted.
