@@ -9,7 +9,7 @@ for g in $groups; do
     case "$g" in
     build) ;;
     # Benchmark-only peers that throughput is set beside.
-    bench) pkgs="$pkgs libsamplerate0-dev libsoxr-dev libliquid-dev" ;;
+    bench) pkgs="$pkgs libsamplerate0-dev libsoxr-dev libliquid-dev libsoundtouch-dev" ;;
     *) echo "deps.sh: unknown group $g" >&2; exit 2 ;;
     esac
 done
