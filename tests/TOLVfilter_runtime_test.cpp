@@ -263,6 +263,19 @@ TEST_P(Walk, InputAndOutputMayBeOneBuffer)
     EXPECT_EQ(Bits(buf), Bits(ref));
 }
 
+/* With the output one element ahead of the input, each frame reads what
+ * the frame before it wrote, just as frame-at-a-time calls would. */
+TEST_P(Walk, OutputAheadOfInputFeedsBack)
+{
+    const std::vector<float> x = Noise(300, 15);
+    std::vector<float> whole = x, single = x;
+    FilterPtr f = GetParam().make(1), g = GetParam().make(1);
+    TOLV_Filter(f.get(), whole.data(), whole.data() + 1, 299);
+    for (size_t p = 0; p < 299; p++)
+        TOLV_Filter(g.get(), single.data() + p, single.data() + p + 1, 1);
+    EXPECT_EQ(Bits(whole), Bits(single));
+}
+
 /* Blocks the walk does not enter leave the output and the state as they
  * were; only whole frames are filtered. */
 TEST_P(Walk, OnlyWholeFramesFromStartAreTouched)
