@@ -89,19 +89,25 @@ std::vector<double> ReferenceDF2(const std::vector<double> &b,
     return y;
 }
 
+/* Section after section over a whole channel, rather than frame after
+ * frame through a ring. With `rounded`, each section's output is rounded to
+ * f32 and its sums grouped as the cascade defines them, which must match to
+ * the bit; without, it is a plain double evaluation. */
 std::vector<double> ReferenceSOS(const std::vector<double> &q,
-                                 const std::vector<float> &x, int M, int c)
+                                 const std::vector<float> &x, int M, int c,
+                                 bool rounded)
 {
     std::vector<double> y;
     for (size_t p = c; p < x.size(); p += M)
         y.push_back(x[p]);
     for (size_t s = 0; s < q.size() / 5; s++) {
-        const double a[] = {1, q[5 * s], q[5 * s + 1]};
-        const double b[] = {q[5 * s + 2], q[5 * s + 3], q[5 * s + 4]};
+        const double *k = &q[5 * s];
         double w1 = 0, w2 = 0;
         for (double &v : y) {
-            const double w = v - a[1] * w1 - a[2] * w2;
-            v = b[0] * w + b[1] * w1 + b[2] * w2;
+            const double w = (v - k[0] * w1) - k[1] * w2;
+            v = (k[3] * w1 + k[2] * w) + k[4] * w2;
+            if (rounded)
+                v = (float)v;
             w2 = w1;
             w1 = w;
         }
@@ -127,24 +133,52 @@ TEST_P(AgainstDouble, DirectForm)
     }
 }
 
-TEST_P(AgainstDouble, Sections)
+INSTANTIATE_TEST_SUITE_P(Filter, AgainstDouble, ::testing::Values(1, 2, 3));
+
+/* Random stable sections: poles of radius 0.5 to 0.9, modest numerators. */
+std::vector<double> RandomSections(int S, uint32_t seed)
 {
-    const int M = GetParam();
-    const std::vector<double> q = {-1.2, 0.81, 0.5, 0.3, 0.2,
-                                   0.3,  0.81, 1.1, -0.4, 0.7,
-                                   1.5,  0.81, 0.9, 0.0, -0.6};
-    const std::vector<float> x = Noise(2000 * M, 8);
+    const std::vector<float> u = Noise(5 * S, seed);
+    std::vector<double> q;
+    for (int s = 0; s < S; s++) {
+        const double r = 0.7 + 0.2 * u[5 * s], th = 1.6 + 1.5 * u[5 * s + 1];
+        q.insert(q.end(), {-2 * r * std::cos(th), r * r, (1 - r) * u[5 * s + 2],
+                           (1 - r) * u[5 * s + 3], (1 - r) * u[5 * s + 4]});
+    }
+    return q;
+}
+
+/* Cascades of any size and channel count, the stream cut into blocks. */
+class Cascade : public ::testing::TestWithParam<std::pair<int, int>> {};
+
+TEST_P(Cascade, MatchesSectionBySectionEvaluation)
+{
+    const auto [M, S] = GetParam();
+    const std::vector<double> q = RandomSections(S, 40 + S);
+    const std::vector<float> x = Noise(1000 * M, 8);
     FilterPtr f = Biquads(M, q);
-    const std::vector<float> y = Filtered(f.get(), x);
+    std::vector<float> y(x.size());
+    for (size_t at = 0, n = 0; at < x.size(); at += n) {
+        n = std::min(x.size() - at, (size_t)M * (1 + at / M * 7 % 61));
+        TOLV_Filter(f.get(), x.data() + at, y.data() + at, (uint32_t)n);
+    }
     for (int c = 0; c < M; c++) {
-        const std::vector<double> ref = ReferenceSOS(q, x, M, c);
-        for (size_t n = 0; n < ref.size(); n++)
-            ASSERT_NEAR(y[n * M + c], ref[n], 2e-5 * std::fabs(ref[n]) + 1e-6)
-                << "channel " << c;
+        const std::vector<double> exact = ReferenceSOS(q, x, M, c, true);
+        const std::vector<double> plain = ReferenceSOS(q, x, M, c, false);
+        for (size_t n = 0; n < exact.size(); n++) {
+            ASSERT_EQ(Bits({y[n * M + c]}), Bits({(float)exact[n]}))
+                << "channel " << c << " frame " << n;
+            ASSERT_NEAR(y[n * M + c], plain[n], 1e-5 * std::fabs(plain[n]) + 1e-6);
+        }
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Filter, AgainstDouble, ::testing::Values(1, 2, 3));
+// 64 channels of 8 sections take the frame-by-frame walk, the others the
+// skewed one.
+INSTANTIATE_TEST_SUITE_P(Filter, Cascade,
+                         ::testing::Values(std::pair{1, 1}, std::pair{1, 2},
+                                           std::pair{1, 8}, std::pair{2, 8},
+                                           std::pair{3, 5}, std::pair{64, 8}));
 
 /* The walk, per form: blocks, channels, strides, shared buffers. */
 struct Form {
@@ -227,6 +261,19 @@ TEST_P(Walk, InputAndOutputMayBeOneBuffer)
     FilterPtr f = GetParam().make(3);
     TOLV_Filter(f.get(), buf.data(), buf.data(), (uint32_t)buf.size());
     EXPECT_EQ(Bits(buf), Bits(ref));
+}
+
+/* With the output one element ahead of the input, each frame reads what
+ * the frame before it wrote, just as frame-at-a-time calls would. */
+TEST_P(Walk, OutputAheadOfInputFeedsBack)
+{
+    const std::vector<float> x = Noise(300, 15);
+    std::vector<float> whole = x, single = x;
+    FilterPtr f = GetParam().make(1), g = GetParam().make(1);
+    TOLV_Filter(f.get(), whole.data(), whole.data() + 1, 299);
+    for (size_t p = 0; p < 299; p++)
+        TOLV_Filter(g.get(), single.data() + p, single.data() + p + 1, 1);
+    EXPECT_EQ(Bits(whole), Bits(single));
 }
 
 /* Blocks the walk does not enter leave the output and the state as they

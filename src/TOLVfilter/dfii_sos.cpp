@@ -16,12 +16,103 @@
 #include "TOLVfilter/filter.h"
 #include "TOLVfilter/walk.h"
 
+/* One section on one sample: stores w[n] and gives the next section's v. */
+static inline float Section(const double *q, float v, const double *w1,
+                            const double *w2, double *w0)
+{
+    const double d1 = *w1, d2 = *w2;
+    const double t = ((double)v - q[0] * d1) - q[1] * d2;
+    *w0 = t;
+    return (float)((q[3] * d1 + q[2] * t) + q[4] * d2);
+}
+
+/* Room for the signals between sections in the skewed walk, per call. */
+enum { kMaxCarry = 512 };
+
+/* The number of frames of a walk that goes forward over disjoint frames
+ * of buffers that are one or apart, and stays in the signed range; -1 for
+ * any other walk. */
+static int64_t ForwardFrames(const float *input, const float *output,
+                             uint32_t count, uint32_t start, uint32_t step,
+                             int32_t M)
+{
+    const int64_t last = (int32_t)(count - (uint32_t)M);
+    const int64_t first = (int32_t)start;
+    if (M < 1 || first < 0 || step < (uint32_t)M || step > INT32_MAX)
+        return -1;
+    if (first > last)
+        return 0;
+    const int64_t frames = (last - first) / step + 1;
+    if (first + frames * step > INT32_MAX)
+        return -1;
+    const uintptr_t in = (uintptr_t)input, out = (uintptr_t)output;
+    const uintptr_t bytes = (uintptr_t)(last + M) * sizeof(float);
+    if (in != out && in < out + bytes && out < in + bytes)
+        return -1;
+    return frames;
+}
+
+/* Sections run skewed by one frame each: in step i, section s takes frame
+ * i - s, whose v section s - 1 made in step i - 1. The sections of a step
+ * are then independent and overlap in the pipeline, while each one still
+ * takes its frames in order with the same arithmetic, on its own column
+ * of the ring. carry[c * (S + 1) + s] is section s's next input. */
+static void SkewedWalk(_DFIISOSstate *st, int32_t M, const float *input,
+                       float *output, uint32_t start, uint32_t step,
+                       int64_t frames)
+{
+    const int32_t S = st->numSections;
+    const ptrdiff_t rowLen = (ptrdiff_t)M * S, cs = S + 1;
+    const double *sec = st->sections;
+    double *mem = st->memory;
+    float carry[kMaxCarry];
+    // Row offsets by ring row, twice over, so rows k, k + 1, k + 2 need no
+    // wrap and no multiply.
+    ptrdiff_t rowAt[8];
+    for (int k = 0; k < 8; k++)
+        rowAt[k] = (k & 3) * rowLen;
+    for (int64_t i = 0; i < frames + S - 1; i++) {
+        if (i < frames) {
+            const uint32_t p = start + (uint32_t)i * step;
+            for (int32_t c = 0; c < M; c++)
+                carry[c * cs] = input[p + c];
+        }
+        const int32_t hi = st->head - (int32_t)(i & 3);
+        const int32_t lo = i < frames ? 0 : (int32_t)(i - frames + 1);
+        const int32_t top = i < S - 1 ? (int32_t)i : S - 1;
+        for (int32_t c = 0; c < M; c++) {
+            // Downwards, so each carry is read before it is replaced.
+            for (int32_t s = top; s >= lo; s--) {
+                const ptrdiff_t *r = rowAt + ((hi + s) & 3);
+                double *col = mem + (ptrdiff_t)c * S + s;
+                carry[c * cs + s + 1] =
+                    Section(sec + 5 * s, carry[c * cs + s], col + r[1],
+                            col + r[2], col + r[0]);
+            }
+        }
+        if (i >= S - 1) {
+            const uint32_t p = start + (uint32_t)(i - S + 1) * step;
+            for (int32_t c = 0; c < M; c++)
+                output[p + c] = carry[c * cs + S];
+        }
+    }
+    st->head = (st->head - (int32_t)(frames & 3)) & 3;
+}
+
 int _DFIISOSfilter(_TOLV_FILTER *filter, const float *input, float *output,
                    uint32_t count, uint32_t start, uint32_t step)
 {
     _DFIISOSstate *st = (_DFIISOSstate *)filter->stateData;
     const int32_t M = filter->numChannels;
     const int32_t S = st->numSections;
+    if (S >= 2 && (int64_t)M * (S + 1) <= kMaxCarry) {
+        const int64_t frames =
+            ForwardFrames(input, output, count, start, step, M);
+        if (frames >= 0) {
+            SkewedWalk(st, M, input, output, start, step, frames);
+            return 1;
+        }
+    }
     const ptrdiff_t rowLen = (ptrdiff_t)M * S;
     const double *sec = st->sections;
     double *mem = st->memory;
@@ -36,13 +127,9 @@ int _DFIISOSfilter(_TOLV_FILTER *filter, const float *input, float *output,
             float v = input[p + c];
             output[p + c] = v; // with no sections the filter is a copy
             const ptrdiff_t at = (ptrdiff_t)c * S;
-            for (int32_t s = 0; s < S; s++) {
-                const double *q = sec + 5 * s;
-                const double x = v, d1 = w1[at + s], d2 = w2[at + s];
-                const double t = (x - q[0] * d1) - q[1] * d2;
-                w0[at + s] = t;
-                v = (float)((q[3] * d1 + q[2] * t) + q[4] * d2);
-            }
+            for (int32_t s = 0; s < S; s++)
+                v = Section(sec + 5 * s, v, w1 + at + s, w2 + at + s,
+                            w0 + at + s);
             output[p + c] = v;
         }
         head = (head - 1) & 3;
