@@ -287,3 +287,35 @@ TEST(FilterMemories, DestroyMessages)
 }
 
 } // namespace
+
+/* A negative channel count walks no channel: every object made with one,
+ * from coefficients, from sections or from a text, can be reset, copied
+ * into and destroyed without touching memory it does not own. */
+TEST(FilterMemories, NegativeChannelCountsOwnEmptyRings)
+{
+    const double b[3] = {0.2, 0.4, 0.2}, a[3] = {1.0, -0.5, 0.1};
+    const double sections[10] = {-1.2, 0.5, 0.1, 0.2, 0.1,
+                                 -0.3, 0.1, 1.0, 2.0, 1.0};
+    for (int channels : {-1, -7}) {
+        _TOLV_FILTER *direct = TOLV_CreateFilterFromCoefs(channels, 3, b, 3, a);
+        _TOLV_FILTER *direct2 = TOLV_CreateFilterFromCoefs(channels, 2, b, 3, a);
+        _TOLV_FILTER *cascade = TOLV_CreateFilterFromBiquads(channels, 2, sections);
+        _TOLV_FILTER *cascade1 = TOLV_CreateFilterFromBiquads(channels, 1, sections);
+        _TOLV_FILTER *designed = TOLV_CreateFilter(
+            "type=lowpass, order=4, fpass=0.25, num_channels=%d", channels);
+        for (_TOLV_FILTER *f : {direct, direct2, cascade, cascade1})
+            ASSERT_NE(f, nullptr) << channels;
+        for (_TOLV_FILTER *f : {direct, direct2, cascade, cascade1, designed})
+            if (f != nullptr) {
+                EXPECT_EQ(TOLV_ResetFilter(f), 1);
+            }
+        EXPECT_EQ(TOLV_CopyFilterMemories(direct, direct2), 1);
+        EXPECT_EQ(TOLV_CopyFilterMemories(direct2, direct), 1);
+        EXPECT_EQ(TOLV_CopyFilterMemories(cascade, cascade1), 1);
+        EXPECT_EQ(TOLV_CopyFilterMemories(cascade1, cascade), 1);
+        for (_TOLV_FILTER *f : {direct, direct2, cascade, cascade1, designed})
+            if (f != nullptr) {
+                EXPECT_EQ(TOLV_DestroyFilter(f), 1);
+            }
+    }
+}

@@ -75,7 +75,8 @@ int _DFIIreset(_TOLV_FILTER *filter)
 {
     _DFIIstate *st = (_DFIIstate *)filter->stateData;
     memset(st->memory, 0,
-           sizeof(float) * (size_t)(st->order + 1) * filter->numChannels);
+           sizeof(float) * (size_t)(st->order + 1) *
+               _RingChannels(filter->numChannels));
     return 1;
 }
 
@@ -86,7 +87,7 @@ int _DFIIcopyMem(_TOLV_FILTER *dest, const _TOLV_FILTER *src)
 {
     _DFIIstate *d = (_DFIIstate *)dest->stateData;
     const _DFIIstate *s = (const _DFIIstate *)src->stateData;
-    const int64_t M = dest->numChannels;
+    const int64_t M = (int64_t)_RingChannels(dest->numChannels);
     const int64_t rows = (d->order < s->order ? d->order : s->order) + 1;
     memmove(d->memory, s->memory, sizeof(float) * (size_t)(rows * M));
     if (d->order > s->order) {

@@ -142,7 +142,8 @@ int _DFIISOSreset(_TOLV_FILTER *filter)
 {
     _DFIISOSstate *st = (_DFIISOSstate *)filter->stateData;
     memset(st->memory, 0,
-           sizeof(double) * 4 * (size_t)filter->numChannels * st->numSections);
+           sizeof(double) * 4 * _RingChannels(filter->numChannels) *
+               st->numSections);
     return 1;
 }
 
@@ -152,7 +153,7 @@ int _DFIISOScopyMem(_TOLV_FILTER *dest, const _TOLV_FILTER *src)
 {
     _DFIISOSstate *d = (_DFIISOSstate *)dest->stateData;
     const _DFIISOSstate *s = (const _DFIISOSstate *)src->stateData;
-    const int64_t M = dest->numChannels;
+    const int64_t M = (int64_t)_RingChannels(dest->numChannels);
     const int64_t dS = d->numSections, sS = s->numSections;
     const int64_t ring = 4 * M * dS;
 

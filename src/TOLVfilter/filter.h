@@ -17,6 +17,7 @@
 #ifndef TOLV_FILTER_H
 #define TOLV_FILTER_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "tolv.h"
@@ -65,6 +66,13 @@ typedef struct _DFIISOSstate {
     int32_t numSections;
     int32_t head; /* ring row of w[n], 0..3 */
 } _DFIISOSstate;
+
+/* Values per ring row. A negative channel count walks no channel, so its
+ * rings are empty rather than sized from a wrapped count. */
+static inline size_t _RingChannels(int32_t numChannels)
+{
+    return numChannels > 0 ? (size_t)numChannels : 0;
+}
 
 int _DFIIfilter(_TOLV_FILTER *filter, const float *input, float *output,
                 uint32_t count, uint32_t start, uint32_t step);

@@ -48,7 +48,7 @@ TOLV_API _TOLV_FILTER *TOLV_CreateFilterFromCoefs(int numChannels,
     // can set head past the last row, and the frames until head comes back
     // down keep their w[n] there. It is never read as history, so it needs
     // no defined contents.
-    st->memory = (float *)calloc((size_t)(st->order + 2) * numChannels,
+    st->memory = (float *)calloc((size_t)(st->order + 2) * _RingChannels(numChannels),
                                  sizeof(float));
     st->numCoefs = (float *)calloc((size_t)st->numOrder, sizeof(float));
     st->denCoefs = (float *)calloc((size_t)st->denOrder, sizeof(float));
@@ -76,7 +76,7 @@ TOLV_API _TOLV_FILTER *TOLV_CreateFilterFromBiquads(int numChannels,
     _DFIISOSstate *st = (_DFIISOSstate *)calloc(1, sizeof(_DFIISOSstate));
     st->sections = (double *)calloc(5 * (size_t)numBiquads, sizeof(double));
     memcpy(st->sections, biquads, sizeof(double) * 5 * numBiquads);
-    st->memory = (double *)calloc(4 * (size_t)numChannels * numBiquads,
+    st->memory = (double *)calloc(4 * _RingChannels(numChannels) * numBiquads,
                                   sizeof(double));
     st->allocatedSections = (int32_t)numBiquads;
     st->numSections = (int32_t)numBiquads;
