@@ -29,7 +29,7 @@ TEST(BarkScale, FormulaHeldFlatBelowOneHertz)
         EXPECT_EQ(atOne, TOLVUTIL_Freq2Bark(hz)) << hz;
     EXPECT_DOUBLE_EQ(atOne, TOLVUTIL_Freq2Bark(1.0));
     /* 13 atan(0.76) + 3.5 atan((1000/7500)^2) */
-    EXPECT_NEAR(8.5108, TOLVUTIL_Freq2Bark(1000.0), 1e-4);
+    EXPECT_NEAR(8.5105315, TOLVUTIL_Freq2Bark(1000.0), 1e-7);
     EXPECT_GT(TOLVUTIL_Freq2Bark(1.001), atOne);
 }
 
@@ -39,7 +39,7 @@ TEST(BarkScale, TableInterpolationTheOtherWay)
         double bark, hz;
     } cases[] = {
         {0.0, 0.0},      {9.0, 1000.0},    {9.5, 1085.0},  {24.0, 13500.0},
-        {-0.5, -30.0},   {25.0, 16500.0},  {23.5, 12000.0}, {1.25, 82.5},
+        {-0.5, -30.0},   {25.0, 16500.0},  {24.5, 15000.0},  {23.5, 12000.0}, {1.25, 82.5},
         {-3.0, -180.0},  {30.0, 31500.0},
     };
     for (const auto &c : cases)
@@ -69,10 +69,15 @@ TEST(Energy, VarianceInDecibels)
     const float quiet[2] = {0.01f, -0.01f};
     EXPECT_NEAR(10.0 * log10(1e-4 / 0.32768), TOLV_CalcEnergy(quiet, 2), 1e-5);
 
-    /* The sums run in float: (1 + 2^-12)^2 loses its 2^-24 term, the
-     * variance rounds to 0 and the frame reads as silence. */
-    const float close[2] = {1.0f, 1.0f + ldexpf(1.0f, -12)};
-    EXPECT_EQ(0.0f, TOLV_CalcEnergy(close, 2));
+    /* The sums run in float: around 1000 the squares lose the deviations,
+     * the variance rounds to 0 and the frame reads as silence (with double
+     * sums it would read about -7.2 dB). */
+    const float nearThousand[4] = {1000.25f, 1000.0f, 999.9990234375f, 1000.5f};
+    EXPECT_EQ(0.0f, TOLV_CalcEnergy(nearThousand, 4));
+    /* Likewise for the plain sum (a double one would give 4.85 dB here). */
+    const float nearFourK[6] = {4096.0f, 4096.0f, 4096.0f, 4095.9990234375f,
+                                4096.0f, 4096.0f};
+    EXPECT_EQ(0.0f, TOLV_CalcEnergy(nearFourK, 6));
 }
 
 TEST(ZeroCrossRate, CountsSignChangesPerSample)
