@@ -129,17 +129,13 @@ extern "C" TOLV_API int TOLV_PSDtoDB(int frameLength, const float *psd,
      * groups a round keep two independent polynomial chains in flight. */
     const int end = half == 0 ? 0 : 4 * ((half - 1) / 4 + 1);
     int i = 0;
-    for (; i + 16 <= end; i += 16) {
+    for (; i + 8 <= end; i += 8) {
         const __m128 a = group(psd, i);
         const __m128 b = group(psd, i + 4);
-        const __m128 c = group(psd, i + 8);
-        const __m128 d = group(psd, i + 12);
         _mm_store_ps(db + i, a);
         _mm_store_ps(db + i + 4, b);
-        _mm_store_ps(db + i + 8, c);
-        _mm_store_ps(db + i + 12, d);
     }
-    for (; i < end; i += 4)
+    if (i < end)
         _mm_store_ps(db + i, group(psd, i));
 
     /* The Nyquist bin, always in double. */
