@@ -182,7 +182,9 @@ TOLV_API int TOLV_ResampleFlushBuffersEx(_TOLV_RESAMPLE *resampler,
                                          float *output, int maxFrames);
 TOLV_API int TOLV_ResampleDestroy(_TOLV_RESAMPLE *resampler);
 
-/* ---- Cubic spline ------------------------------------------------------- */
+/* ---- Cubic spline ------------------------------------------------------- *
+ * A boundary slope above 9.9e29 asks for a natural end. Fewer than two points
+ * only log a line; Interpolate on fewer than one point gives NaN. */
 TOLV_API void TOLVSPLINE_Estimate(const float *x, const float *y, int n,
                                   float *secondDerivatives, float firstSlope,
                                   float lastSlope);
@@ -203,7 +205,14 @@ TOLV_API void TOLV_FMCLTInverse(_TOLV_FMCLTPROC *proc, const float *real,
                                 float *overlap, const TOLV_COMPLEX *window);
 TOLV_API void TOLV_FMCLTCDTiv(_TOLV_FMCLTPROC *proc, float *block);
 
-/* ---- SOLAFS time-scale modification ------------------------------------- */
+/* ---- SOLAFS time-scale modification ------------------------------------- *
+ * One object per channel; speed s plays the input s times faster. Output
+ * comes in whole blocks of W / 2 frames, W being frameMs * sampleRate / 1000
+ * rounded down to a multiple of 8. A W of 0 (below 8) is not refused: its
+ * blocks have no length, and an output call with a capacity of 0 or more then
+ * never returns once a frame has been accepted. The speed table holds the
+ * first speed and 255 changes; later changes are not taken. Destroy only
+ * reports the object's memory, which stays allocated. */
 TOLV_API _TOLV_SOLAFS *TOLV_SolafsCreate(int frameMs, int sampleRate,
                                          int channels);
 TOLV_API void TOLV_SolafsDestroy(_TOLV_SOLAFS *solafs);
