@@ -153,24 +153,12 @@ extern "C" int __FFTW_SaveWisdom(void)
     return result;
 }
 
-/* The same steps as building and dropping a processor: plan on scratch
- * arrays under the lock, then destroy the plan; the wisdom stays. */
-static void _PlanAndDrop(int n, bool inverse)
+/* Plans a length the way a processor does and drops the processor at once:
+ * what stays is the planner's wisdom. */
+static void _PlanAndDrop(int n)
 {
-    __FFTW_LoadWisdom();
-    MutexLock(__FFTW_PlanLock);
-    float *real = (float *)fftwf_malloc(4 * (size_t)n);
-    fftwf_complex *spectrum = (fftwf_complex *)fftwf_malloc(8 * (size_t)n);
-    fftwf_plan plan =
-        inverse ? fftwf_plan_dft_c2r_1d(n, spectrum, real, FFTW_ESTIMATE)
-                : fftwf_plan_dft_r2c_1d(n, real, spectrum, FFTW_ESTIMATE);
-    fftwf_free(spectrum);
-    fftwf_free(real);
-    MutexUnlock(__FFTW_PlanLock);
-    MutexLock(__FFTW_PlanLock);
-    if (plan != nullptr)
-        fftwf_destroy_plan(plan);
-    MutexUnlock(__FFTW_PlanLock);
+    TOLV_FFTProcDestroy(TOLV_FFTProcCreate(n));
+    TOLV_FFTProcDestroy(TOLV_IFFTProcCreate(n));
 }
 
 extern "C" int __InitializeFFTWPlans(void *)
@@ -197,8 +185,7 @@ extern "C" int __InitializeFFTWPlans(void *)
         const int64_t maxLength =
             KEELSETTINGS_GetIntEx(nullptr, "tolv.fftw.max_plan_len=[4096]");
         if ((int64_t)n <= maxLength) {
-            _PlanAndDrop(n, false);
-            _PlanAndDrop(n, true);
+            _PlanAndDrop(n);
             __FFTW_PassLengths.fetch_add(1, std::memory_order_relaxed);
         }
         if (__FFTW_StopOptimization.load(std::memory_order_relaxed))
