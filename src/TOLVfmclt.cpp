@@ -1,0 +1,222 @@
+/*
+ * Fast modulated complex lapped transform (MCLT) and the orthonormal type IV
+ * sine transform.
+ *
+ * The MCLT of two successive blocks of M samples is obtained from one real
+ * FFT of 2 M points: the sine analysis window is not applied to the samples
+ * but in the frequency domain, as the combination j V[m] + V[m + 1] of two
+ * adjacent bins of the phase-rotated spectrum V. The inverse runs the same
+ * road backwards and overlap-adds; direct followed by inverse gives the
+ * input back one block late. All streaming state lives in the caller's
+ * arrays, so one processor can serve several streams in turn.
+ */
+#include <fftw3.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "keel.h"
+#include "tolv.h"
+
+struct _TOLV_FMCLTPROC {
+    int32_t size;           // M: block length and number of subbands
+    float *buffer;          // M + 1 complex pairs; every transform runs here
+    fftwf_plan forwardPlan; // real to complex, 2 M points, in place
+    fftwf_plan inversePlan; // complex to real, 2 M points, in place
+    fftwf_plan sinePlan;    // type IV sine transform, M points, in place
+};
+
+namespace {
+
+// sqrt(1/8): gain of the two real end bins of the inverse.
+const double kEndBinGain = 0.3535533905932738;
+
+// FFTW's planner is not reentrant; the library-wide plan lock guards it when
+// the plan service has created one.
+void lockPlanner(KEEL_MUTEX lock)
+{
+    if (lock)
+        MutexLock(lock);
+}
+
+void unlockPlanner(KEEL_MUTEX lock)
+{
+    if (lock)
+        MutexUnlock(lock);
+}
+
+fftwf_complex *asComplex(float *p)
+{
+    return reinterpret_cast<fftwf_complex *>(p);
+}
+
+// FFTW refuses lengths below one and hands back no plans; the transforms of
+// such a processor have nothing to compute and touch nothing.
+bool usable(const _TOLV_FMCLTPROC *proc)
+{
+    return proc && proc->size >= 1 && proc->forwardPlan &&
+           proc->inversePlan && proc->sinePlan;
+}
+
+} // namespace
+
+extern "C" TOLV_API _TOLV_FMCLTPROC *TOLV_FMCLTProcCreate(int size)
+{
+    _TOLV_FMCLTPROC *proc =
+        static_cast<_TOLV_FMCLTPROC *>(calloc(1, sizeof(_TOLV_FMCLTPROC)));
+    KEEL_MUTEX lock = __FFTW_PlanLock;
+    lockPlanner(lock);
+    proc->size = size;
+    // 2 M + 2 floats: the half spectrum of 2 M points, bins 0 .. M. A size
+    // below one asks for no memory at all (the planner then refuses too).
+    size_t floats = size >= 1 ? 2 * static_cast<size_t>(size) + 2 : 0;
+    proc->buffer = static_cast<float *>(fftwf_malloc(floats * sizeof(float)));
+    float *b = proc->buffer;
+    proc->forwardPlan =
+        fftwf_plan_dft_r2c_1d(2 * size, b, asComplex(b), FFTW_ESTIMATE);
+    proc->inversePlan =
+        fftwf_plan_dft_c2r_1d(2 * size, asComplex(b), b, FFTW_ESTIMATE);
+    proc->sinePlan = fftwf_plan_r2r_1d(size, b, b, FFTW_RODFT11, FFTW_ESTIMATE);
+    unlockPlanner(lock);
+    return proc;
+}
+
+extern "C" TOLV_API int TOLV_FMCLTProcDestroy(_TOLV_FMCLTPROC *proc)
+{
+    if (!proc)
+        return 0;
+    KEEL_MUTEX lock = __FFTW_PlanLock;
+    lockPlanner(lock);
+    if (proc->forwardPlan)
+        fftwf_destroy_plan(proc->forwardPlan);
+    if (proc->inversePlan)
+        fftwf_destroy_plan(proc->inversePlan);
+    if (proc->sinePlan)
+        fftwf_destroy_plan(proc->sinePlan);
+    fftwf_free(proc->buffer);
+    unlockPlanner(lock);
+    free(proc);
+    return 1;
+}
+
+extern "C" TOLV_API void TOLV_FMCLTFreqWindow(TOLV_COMPLEX *window, int size)
+{
+    if (size < 0)
+        return;
+    // exp(-j 2 pi (2 k + 1) / 8) exp(-j 2 pi k / (4 M)): the quarter-bin
+    // shift of the MCLT basis and the half-sample delay of the sine window.
+    // k and M reach the phase through single precision.
+    const double m4 = static_cast<double>(static_cast<float>(size)) * 4.0;
+    for (int k = 0; k <= size; ++k) {
+        const double kd = static_cast<double>(static_cast<float>(k));
+        const double a = (2.0 * kd + 1.0) * 0.125 + kd / m4;
+        double s, c;
+        sincos(2.0 * M_PI * a, &s, &c);
+        window[k].re = static_cast<float>(c);
+        window[k].im = -static_cast<float>(s);
+    }
+}
+
+extern "C" TOLV_API void TOLV_FMCLTDirect(_TOLV_FMCLTPROC *proc, float *real,
+                                         float *imaginary,
+                                         const float *newBlock,
+                                         float *previousBlock,
+                                         const TOLV_COMPLEX *window)
+{
+    if (!usable(proc))
+        return;
+    const int m = proc->size;
+    float *buf = proc->buffer;
+
+    // The older block first: the transform spans 2 M samples.
+    memcpy(buf, previousBlock, m * sizeof(float));
+    memcpy(buf + m, newBlock, m * sizeof(float));
+    fftwf_execute_dft_r2c(proc->forwardPlan, buf, asComplex(buf));
+
+    // Orthonormal gain and phase rotation of every bin, in single precision.
+    const float s = static_cast<float>(sqrt(1.0 / (2.0 * m)));
+    for (int k = 0; k <= m; ++k) {
+        const float ur = buf[2 * k] * s;
+        const float ui = buf[2 * k + 1] * s;
+        const float wr = window[k].re;
+        const float wi = window[k].im;
+        buf[2 * k] = ur * wr - ui * wi;
+        buf[2 * k + 1] = wr * ui + wi * ur;
+    }
+
+    memmove(previousBlock, newBlock, m * sizeof(float));
+
+    // X[m] = j V[m] + V[m + 1]: the sine window, applied as a two-tap
+    // kernel across neighbouring bins.
+    for (int k = 0; k < m; ++k) {
+        real[k] = buf[2 * k + 2] - buf[2 * k + 1];
+        imaginary[k] = buf[2 * k] + buf[2 * k + 3];
+    }
+}
+
+extern "C" TOLV_API void TOLV_FMCLTInverse(_TOLV_FMCLTPROC *proc,
+                                          const float *real,
+                                          const float *imaginary,
+                                          float *output, float *overlap,
+                                          const TOLV_COMPLEX *window)
+{
+    if (!usable(proc))
+        return;
+    const int m = proc->size;
+    float *buf = proc->buffer;
+
+    // DC and Nyquist are real; their fixed phases are those of the window
+    // for M a multiple of four.
+    buf[0] = static_cast<float>(
+        static_cast<double>(real[0] + imaginary[0]) * kEndBinGain);
+    buf[1] = 0.0f;
+    // Bin k + 1 = conj(W[k + 1]) (X[k] - j X[k + 1]) / 4.
+    for (int k = 0; k < m - 1; ++k) {
+        const float c = real[k] + imaginary[k + 1];
+        const float a = imaginary[k] - real[k + 1];
+        const float wr = window[k + 1].re;
+        const float wi = window[k + 1].im;
+        buf[2 * k + 2] = (wi * a + wr * c) * 0.25f;
+        buf[2 * k + 3] = (a * wr - wi * c) * 0.25f;
+    }
+    buf[2 * m] = static_cast<float>(
+        static_cast<double>(real[m - 1] + imaginary[m - 1]) * -kEndBinGain);
+    buf[2 * m + 1] = 0.0f;
+
+    const float t = static_cast<float>(sqrt(2.0 * m));
+    for (int i = 0; i < 2 * m + 2; ++i)
+        buf[i] *= t;
+
+    fftwf_execute_dft_c2r(proc->inversePlan, asComplex(buf), buf);
+
+    // Overlap-add: the first half completes the block, the second half waits
+    // for the next call.
+    const double d = 2.0 * m;
+    for (int k = 0; k < m; ++k) {
+        output[k] = static_cast<float>(buf[k] / d + overlap[k]);
+        overlap[k] = static_cast<float>(buf[m + k] / d);
+    }
+}
+
+extern "C" TOLV_API void TOLV_FMCLTCDTiv(_TOLV_FMCLTPROC *proc, float *block)
+{
+    if (!usable(proc))
+        return;
+    const int m = proc->size;
+    // FFTW's unnormalised RODFT11 has gain sqrt(2 M) over the orthonormal
+    // transform, which is then its own inverse.
+    const float s = static_cast<float>(sqrt(2.0 * m));
+    if (fftwf_alignment_of(block) == fftwf_alignment_of(proc->buffer)) {
+        fftwf_execute_r2r(proc->sinePlan, block, block);
+    } else {
+        // The plan's SIMD kernels assume the planning array's alignment: a
+        // block that lacks it goes through the work buffer instead.
+        memcpy(proc->buffer, block, m * sizeof(float));
+        fftwf_execute_r2r(proc->sinePlan, proc->buffer, proc->buffer);
+        memcpy(block, proc->buffer, m * sizeof(float));
+    }
+    for (int k = 0; k < m; ++k)
+        block[k] /= s;
+}
