@@ -24,6 +24,13 @@ int __FFTW_SaveWisdom(void);
 /* Body of the background plan pass. */
 int __InitializeFFTWPlans(void *unused);
 
+/* Diagnostics of the background pass: passes started in this process, the
+ * lengths the latest pass planned, and the handle of the pass not yet
+ * joined by a waiting TOLV_OptimizeFFT (null when none). */
+int _FFTW_PassesStarted(void);
+int _FFTW_PassLengthCount(void);
+KEEL_THREAD _FFTW_BackgroundThread(void);
+
 #ifdef __cplusplus
 }
 #endif
