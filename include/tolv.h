@@ -64,7 +64,13 @@ TOLV_API int TOLV_FinalizeFFT(void);
 /* Starts the background plan pass; with wait, joins it. Always 1. */
 TOLV_API int TOLV_OptimizeFFT(bool wait);
 
-/* ---- Analysis windows --------------------------------------------------- */
+/* ---- Analysis windows --------------------------------------------------- *
+ * Type ids 0 to 10: "Rectangular", "Triangular", "Half-Triangular",
+ * "Hanning", "Hanning-Periodic", "Hamming", "Blackman", "Blackman-Harris",
+ * "Blackman-Nuttall", "Nuttal", "Flat-Top". Names match without regard to
+ * case but in full; an unknown name gives 0. TOLV_CreateWindow writes
+ * `length` floats and returns 1; 0 (nothing written) for a null buffer, an
+ * unknown type or a negative length. */
 TOLV_API int TOLV_CreateWindow(int type, float *window, int length);
 TOLV_API int TOLV_ApplyWindow(const float *window, float *frame, int length);
 TOLV_API int TOLV_GetWindowType(const char *name);
@@ -76,7 +82,18 @@ TOLV_API int TOLV_GetWindowTypeFromStringConfig(const char *config,
                                                 const char *key,
                                                 int defaultType);
 
-/* ---- FFT processors ----------------------------------------------------- */
+/* ---- FFT processors ----------------------------------------------------- *
+ * A processor of length N turns N real samples into bins 0 to N / 2 (FFTW's
+ * gain, no scaling) and back; it holds no state while it runs, so one
+ * processor may execute on separate buffers in several threads at once.
+ * Every buffer given to an execute function must be 16-byte aligned.
+ * Input and output must differ (a terminal error is reported, and the
+ * transform then runs all the same). The inverse may overwrite its input.
+ * TOLV_FFTProcExecutePSDEx writes 4 (N / 8 + 1) floats of |X[k]|^2 (more
+ * than the N / 2 + 1 bins; the extra ones mean nothing); its scratch, when
+ * given, must hold at least max(N, 4 (N / 8 + 1)) pairs, as the vectors of
+ * TOLV_CreateComplexVector do. Without scratch it allocates one per call.
+ * The product of TOLV_ComplexVectorMultiply must not overlap a factor. */
 TOLV_API _TOLV_FFTPROC *TOLV_FFTProcCreate(int length);
 TOLV_API _TOLV_FFTPROC *TOLV_IFFTProcCreate(int length);
 TOLV_API int TOLV_FFTProcDestroy(_TOLV_FFTPROC *proc);
@@ -92,13 +109,23 @@ TOLV_API int TOLV_ComplexVectorMultiply(const TOLV_COMPLEX *a,
                                         const TOLV_COMPLEX *b,
                                         TOLV_COMPLEX *product, int count);
 
-/* ---- Spectrum scaling --------------------------------------------------- */
+/* ---- Spectrum scaling --------------------------------------------------- *
+ * For a frame of N samples, H = N / 2 and a spectrum has H + 1 bins.
+ * TOLV_CreatePreEmphAdjust writes the H + 1 magnitudes of 1 - a z^-1.
+ * TOLV_PSDtoDB: 10 log10(psd / H^2 * curve^2 / reference), floored at
+ * -range. psd, db and curve must be 16-byte aligned and span at least
+ * max(H + 1, 4 ceil(H / 4)) floats (the vectors and PSD output of the FFT
+ * processors do); entries of db past H may be overwritten and mean nothing.
+ * 0 for a null psd or db or N <= 0. */
 TOLV_API int TOLV_CreatePreEmphAdjust(float *curve, int frameLength,
                                       double coefficient);
 TOLV_API int TOLV_PSDtoDB(int frameLength, const float *psd, float *db,
                           const float *curve, double reference, double range);
 
-/* ---- Frame measures and auditory scales --------------------------------- */
+/* ---- Frame measures and auditory scales --------------------------------- *
+ * TOLV_CalcZeroCrossRate reads samples[0] even for a count of 0.
+ * TOLVINTERPOLATE_Linear needs ascending abscissae; a table of fewer than
+ * two points gives NaN. */
 TOLV_API double TOLVUTIL_Freq2Mels(double hz);
 TOLV_API double TOLVUTIL_Mels2Freq(double mels);
 TOLV_API double TOLVUTIL_Freq2Bark(double hz);
