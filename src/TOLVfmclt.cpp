@@ -10,6 +10,7 @@
  * input back one block late. All streaming state lives in the caller's
  * arrays, so one processor can serve several streams in turn.
  */
+#include <emmintrin.h>
 #include <fftw3.h>
 
 #include <cmath>
@@ -58,6 +59,149 @@ bool usable(const _TOLV_FMCLTPROC *proc)
 {
     return proc && proc->size >= 1 && proc->forwardPlan &&
            proc->inversePlan && proc->sinePlan;
+}
+
+// V[k] = s U[k] W[k] for k below count, in place on the interleaved
+// spectrum: the orthonormal gain and the window's phase rotation.
+void rotateBins(float *buf, const TOLV_COMPLEX *window, int count, float s)
+{
+    int k = 0;
+    const __m128 gain = _mm_set1_ps(s);
+    // Negates the lanes of the real parts: x - y is x + (-y) to the bit.
+    const __m128 negateReal = _mm_set_ps(0.0f, -0.0f, 0.0f, -0.0f);
+    for (; k + 2 <= count; k += 2) {
+        const __m128 u = _mm_mul_ps(_mm_load_ps(buf + 2 * k), gain);
+        const __m128 w = _mm_loadu_ps(&window[k].re);
+        const __m128 wr = _mm_shuffle_ps(w, w, _MM_SHUFFLE(2, 2, 0, 0));
+        const __m128 wi = _mm_shuffle_ps(w, w, _MM_SHUFFLE(3, 3, 1, 1));
+        const __m128 swapped = _mm_shuffle_ps(u, u, _MM_SHUFFLE(2, 3, 0, 1));
+        const __m128 cross = _mm_xor_ps(_mm_mul_ps(swapped, wi), negateReal);
+        _mm_store_ps(buf + 2 * k, _mm_add_ps(_mm_mul_ps(u, wr), cross));
+    }
+    for (; k < count; ++k) {
+        const float ur = buf[2 * k] * s;
+        const float ui = buf[2 * k + 1] * s;
+        const float wr = window[k].re;
+        const float wi = window[k].im;
+        buf[2 * k] = ur * wr - ui * wi;
+        buf[2 * k + 1] = wr * ui + wi * ur;
+    }
+}
+
+// X[k] = j V[k] + V[k + 1] for k below m: the sine window, applied as a
+// two-tap kernel across neighbouring bins.
+void pairBins(const float *buf, float *real, float *imaginary, int m)
+{
+    int k = 0;
+    for (; k + 4 <= m; k += 4) {
+        const __m128 a0 = _mm_load_ps(buf + 2 * k);
+        const __m128 a1 = _mm_load_ps(buf + 2 * k + 4);
+        const __m128 b0 = _mm_loadu_ps(buf + 2 * k + 2);
+        const __m128 b1 = _mm_loadu_ps(buf + 2 * k + 6);
+        const __m128 reA = _mm_shuffle_ps(a0, a1, _MM_SHUFFLE(2, 0, 2, 0));
+        const __m128 imA = _mm_shuffle_ps(a0, a1, _MM_SHUFFLE(3, 1, 3, 1));
+        const __m128 reB = _mm_shuffle_ps(b0, b1, _MM_SHUFFLE(2, 0, 2, 0));
+        const __m128 imB = _mm_shuffle_ps(b0, b1, _MM_SHUFFLE(3, 1, 3, 1));
+        _mm_storeu_ps(real + k, _mm_sub_ps(reB, imA));
+        _mm_storeu_ps(imaginary + k, _mm_add_ps(reA, imB));
+    }
+    for (; k < m; ++k) {
+        real[k] = buf[2 * k + 2] - buf[2 * k + 1];
+        imaginary[k] = buf[2 * k] + buf[2 * k + 3];
+    }
+}
+
+// Inner bins of the inverse, k + 1 for k below m - 1:
+// conj(W[k + 1]) (X[k] - j X[k + 1]) / 4, then the gain t.
+void unpairBins(const float *real, const float *imaginary,
+                const TOLV_COMPLEX *window, float *buf, int m, float t)
+{
+    int k = 0;
+    const __m128 quarter = _mm_set1_ps(0.25f);
+    const __m128 gain = _mm_set1_ps(t);
+    for (; k + 4 <= m - 1; k += 4) {
+        const __m128 c = _mm_add_ps(_mm_loadu_ps(real + k),
+                                    _mm_loadu_ps(imaginary + k + 1));
+        const __m128 a = _mm_sub_ps(_mm_loadu_ps(imaginary + k),
+                                    _mm_loadu_ps(real + k + 1));
+        const __m128 w0 = _mm_loadu_ps(&window[k + 1].re);
+        const __m128 w1 = _mm_loadu_ps(&window[k + 3].re);
+        const __m128 wr = _mm_shuffle_ps(w0, w1, _MM_SHUFFLE(2, 0, 2, 0));
+        const __m128 wi = _mm_shuffle_ps(w0, w1, _MM_SHUFFLE(3, 1, 3, 1));
+        const __m128 yr = _mm_mul_ps(
+            _mm_mul_ps(_mm_add_ps(_mm_mul_ps(wi, a), _mm_mul_ps(wr, c)),
+                       quarter),
+            gain);
+        const __m128 yi = _mm_mul_ps(
+            _mm_mul_ps(_mm_sub_ps(_mm_mul_ps(a, wr), _mm_mul_ps(wi, c)),
+                       quarter),
+            gain);
+        _mm_storeu_ps(buf + 2 * k + 2, _mm_unpacklo_ps(yr, yi));
+        _mm_storeu_ps(buf + 2 * k + 6, _mm_unpackhi_ps(yr, yi));
+    }
+    for (; k < m - 1; ++k) {
+        const float c = real[k] + imaginary[k + 1];
+        const float a = imaginary[k] - real[k + 1];
+        const float wr = window[k + 1].re;
+        const float wi = window[k + 1].im;
+        buf[2 * k + 2] = (wi * a + wr * c) * 0.25f * t;
+        buf[2 * k + 3] = (a * wr - wi * c) * 0.25f * t;
+    }
+}
+
+// y / d in double. When d is a power of two the quotient is exact, and so
+// is the product with the exact reciprocal, which is far cheaper.
+template <bool kPowerOfTwo>
+__m128d divide(__m128d y, __m128d d, __m128d reciprocal)
+{
+    return kPowerOfTwo ? _mm_mul_pd(y, reciprocal) : _mm_div_pd(y, d);
+}
+
+// Four floats widened, divided by d and, when given, added to four more, in
+// double; the results rounded back to float.
+template <bool kPowerOfTwo>
+__m128 scaleAndAdd(__m128 y, __m128d d, __m128d reciprocal, const float *add)
+{
+    __m128d lo = divide<kPowerOfTwo>(_mm_cvtps_pd(y), d, reciprocal);
+    __m128d hi =
+        divide<kPowerOfTwo>(_mm_cvtps_pd(_mm_movehl_ps(y, y)), d, reciprocal);
+    if (add) {
+        const __m128 o = _mm_loadu_ps(add);
+        lo = _mm_add_pd(lo, _mm_cvtps_pd(o));
+        hi = _mm_add_pd(hi, _mm_cvtps_pd(_mm_movehl_ps(o, o)));
+    }
+    return _mm_movelh_ps(_mm_cvtpd_ps(lo), _mm_cvtpd_ps(hi));
+}
+
+// Overlap-add of the 2 M inverse samples divided by 2 M: the first half
+// completes the block, the second half waits for the next call.
+template <bool kPowerOfTwo>
+void overlapAddBy(const float *buf, float *output, float *overlap, int m)
+{
+    const double d = 2.0 * m;
+    const __m128d dd = _mm_set1_pd(d);
+    const __m128d reciprocal = _mm_set1_pd(1.0 / d);
+    int k = 0;
+    for (; k + 4 <= m; k += 4) {
+        _mm_storeu_ps(output + k,
+                      scaleAndAdd<kPowerOfTwo>(_mm_load_ps(buf + k), dd,
+                                               reciprocal, overlap + k));
+        _mm_storeu_ps(overlap + k,
+                      scaleAndAdd<kPowerOfTwo>(_mm_loadu_ps(buf + m + k), dd,
+                                               reciprocal, nullptr));
+    }
+    for (; k < m; ++k) {
+        output[k] = static_cast<float>(buf[k] / d + overlap[k]);
+        overlap[k] = static_cast<float>(buf[m + k] / d);
+    }
+}
+
+void overlapAdd(const float *buf, float *output, float *overlap, int m)
+{
+    if ((m & (m - 1)) == 0)
+        overlapAddBy<true>(buf, output, overlap, m);
+    else
+        overlapAddBy<false>(buf, output, overlap, m);
 }
 
 } // namespace
@@ -135,25 +279,10 @@ extern "C" TOLV_API void TOLV_FMCLTDirect(_TOLV_FMCLTPROC *proc, float *real,
     memcpy(buf + m, newBlock, m * sizeof(float));
     fftwf_execute_dft_r2c(proc->forwardPlan, buf, asComplex(buf));
 
-    // Orthonormal gain and phase rotation of every bin, in single precision.
     const float s = static_cast<float>(sqrt(1.0 / (2.0 * m)));
-    for (int k = 0; k <= m; ++k) {
-        const float ur = buf[2 * k] * s;
-        const float ui = buf[2 * k + 1] * s;
-        const float wr = window[k].re;
-        const float wi = window[k].im;
-        buf[2 * k] = ur * wr - ui * wi;
-        buf[2 * k + 1] = wr * ui + wi * ur;
-    }
-
+    rotateBins(buf, window, m + 1, s);
     memmove(previousBlock, newBlock, m * sizeof(float));
-
-    // X[m] = j V[m] + V[m + 1]: the sine window, applied as a two-tap
-    // kernel across neighbouring bins.
-    for (int k = 0; k < m; ++k) {
-        real[k] = buf[2 * k + 2] - buf[2 * k + 1];
-        imaginary[k] = buf[2 * k] + buf[2 * k + 3];
-    }
+    pairBins(buf, real, imaginary, m);
 }
 
 extern "C" TOLV_API void TOLV_FMCLTInverse(_TOLV_FMCLTPROC *proc,
@@ -166,38 +295,23 @@ extern "C" TOLV_API void TOLV_FMCLTInverse(_TOLV_FMCLTPROC *proc,
         return;
     const int m = proc->size;
     float *buf = proc->buffer;
+    const float t = static_cast<float>(sqrt(2.0 * m));
 
     // DC and Nyquist are real; their fixed phases are those of the window
     // for M a multiple of four.
     buf[0] = static_cast<float>(
-        static_cast<double>(real[0] + imaginary[0]) * kEndBinGain);
-    buf[1] = 0.0f;
-    // Bin k + 1 = conj(W[k + 1]) (X[k] - j X[k + 1]) / 4.
-    for (int k = 0; k < m - 1; ++k) {
-        const float c = real[k] + imaginary[k + 1];
-        const float a = imaginary[k] - real[k + 1];
-        const float wr = window[k + 1].re;
-        const float wi = window[k + 1].im;
-        buf[2 * k + 2] = (wi * a + wr * c) * 0.25f;
-        buf[2 * k + 3] = (a * wr - wi * c) * 0.25f;
-    }
-    buf[2 * m] = static_cast<float>(
-        static_cast<double>(real[m - 1] + imaginary[m - 1]) * -kEndBinGain);
-    buf[2 * m + 1] = 0.0f;
-
-    const float t = static_cast<float>(sqrt(2.0 * m));
-    for (int i = 0; i < 2 * m + 2; ++i)
-        buf[i] *= t;
+                 static_cast<double>(real[0] + imaginary[0]) * kEndBinGain) *
+             t;
+    buf[1] = 0.0f * t;
+    unpairBins(real, imaginary, window, buf, m, t);
+    buf[2 * m] = static_cast<float>(static_cast<double>(real[m - 1] +
+                                                        imaginary[m - 1]) *
+                                    -kEndBinGain) *
+                 t;
+    buf[2 * m + 1] = 0.0f * t;
 
     fftwf_execute_dft_c2r(proc->inversePlan, asComplex(buf), buf);
-
-    // Overlap-add: the first half completes the block, the second half waits
-    // for the next call.
-    const double d = 2.0 * m;
-    for (int k = 0; k < m; ++k) {
-        output[k] = static_cast<float>(buf[k] / d + overlap[k]);
-        overlap[k] = static_cast<float>(buf[m + k] / d);
-    }
+    overlapAdd(buf, output, overlap, m);
 }
 
 extern "C" TOLV_API void TOLV_FMCLTCDTiv(_TOLV_FMCLTPROC *proc, float *block)

@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "keel.h"
 #include "tolv.h"
 
 namespace {
@@ -251,6 +252,94 @@ TEST(FMCLTInverse, MatchesTheStepsInDoubleAtEverySize)
             ASSERT_NEAR(out[i], refOut[i], tol) << "M=" << m << " i=" << i;
             ASSERT_NEAR(overlap[i], refOverlap[i], tol) << "M=" << m << " i=" << i;
         }
+    }
+}
+
+// In-place transforms of FFTW made the way the processor makes them, so
+// that the single-precision steps around them can be replayed to the bit.
+struct ReplayPlans {
+    explicit ReplayPlans(int m)
+        : buf(static_cast<float *>(fftwf_malloc((2 * m + 2) * sizeof(float))))
+    {
+        auto *c = reinterpret_cast<fftwf_complex *>(buf);
+        MutexLock(__FFTW_PlanLock);
+        forward = fftwf_plan_dft_r2c_1d(2 * m, buf, c, FFTW_ESTIMATE);
+        inverse = fftwf_plan_dft_c2r_1d(2 * m, c, buf, FFTW_ESTIMATE);
+        sine = fftwf_plan_r2r_1d(m, buf, buf, FFTW_RODFT11, FFTW_ESTIMATE);
+        MutexUnlock(__FFTW_PlanLock);
+    }
+    ~ReplayPlans()
+    {
+        MutexLock(__FFTW_PlanLock);
+        fftwf_destroy_plan(forward);
+        fftwf_destroy_plan(inverse);
+        fftwf_destroy_plan(sine);
+        MutexUnlock(__FFTW_PlanLock);
+        fftwf_free(buf);
+    }
+    float *buf;
+    fftwf_plan forward, inverse, sine;
+};
+
+TEST(FMCLTPrecision, EveryStepRoundsWhereItShould)
+{
+    // Gains rounded to float, products and sums in float, the end bins'
+    // product and the final division in double: replayed one step at a
+    // time, the results must agree to the last bit.
+    for (int m : {1, 2, 3, 4, 5, 7, 8, 12, 64, 100, 512, 1000, 1023}) {
+        Proc proc(m);
+        ReplayPlans replay(m);
+        float *b = replay.buf;
+        auto w = freqWindow(m);
+        auto x = noise(2 * m, 600 + m);
+
+        std::vector<float> re, im;
+        directOnce(proc, w, x, m, re, im);
+        std::copy(x.begin(), x.end(), b);
+        fftwf_execute(replay.forward);
+        const float s = static_cast<float>(std::sqrt(1.0 / (2.0 * m)));
+        for (int k = 0; k <= m; ++k) {
+            const float ur = b[2 * k] * s, ui = b[2 * k + 1] * s;
+            b[2 * k] = ur * w[k].re - ui * w[k].im;
+            b[2 * k + 1] = w[k].re * ui + w[k].im * ur;
+        }
+        for (int k = 0; k < m; ++k) {
+            ASSERT_EQ(re[k], b[2 * k + 2] - b[2 * k + 1]) << "M=" << m << " k=" << k;
+            ASSERT_EQ(im[k], b[2 * k] + b[2 * k + 3]) << "M=" << m << " k=" << k;
+        }
+
+        auto overlap = noise(m, 700 + m);
+        std::vector<float> out(m), ov = overlap;
+        TOLV_FMCLTInverse(proc.p, re.data(), im.data(), out.data(), ov.data(),
+                          w.data());
+        const double end = 0.3535533905932738;
+        const float t = static_cast<float>(std::sqrt(2.0 * m));
+        b[0] = static_cast<float>(static_cast<double>(re[0] + im[0]) * end) * t;
+        b[1] = 0.0f;
+        for (int k = 0; k + 1 < m; ++k) {
+            const float c = re[k] + im[k + 1], a = im[k] - re[k + 1];
+            const float wr = w[k + 1].re, wi = w[k + 1].im;
+            b[2 * k + 2] = (wi * a + wr * c) * 0.25f * t;
+            b[2 * k + 3] = (a * wr - wi * c) * 0.25f * t;
+        }
+        b[2 * m] = static_cast<float>(static_cast<double>(re[m - 1] + im[m - 1]) *
+                                      -end) * t;
+        b[2 * m + 1] = 0.0f;
+        fftwf_execute(replay.inverse);
+        for (int k = 0; k < m; ++k) {
+            ASSERT_EQ(out[k], static_cast<float>(b[k] / (2.0 * m) + overlap[k]))
+                << "M=" << m << " k=" << k;
+            ASSERT_EQ(ov[k], static_cast<float>(b[m + k] / (2.0 * m)))
+                << "M=" << m << " k=" << k;
+        }
+
+        AlignedFloats block(m);
+        std::copy(x.begin(), x.begin() + m, block.p);
+        std::copy(x.begin(), x.begin() + m, b);
+        TOLV_FMCLTCDTiv(proc.p, block.p);
+        fftwf_execute(replay.sine);
+        for (int k = 0; k < m; ++k)
+            ASSERT_EQ(block.p[k], b[k] / t) << "M=" << m << " k=" << k;
     }
 }
 
