@@ -3,6 +3,8 @@
 // coefficient with its lag, and the messages of refused arguments.
 #include <gtest/gtest.h>
 
+#include <fftw3.h>
+
 #include <algorithm>
 #include <cmath>
 #include <complex>
@@ -233,6 +235,61 @@ TEST(XcorrPlain, EveryCallStartsFromCleanBuffers)
             EXPECT_EQ(a, aCopy);
             EXPECT_EQ(b, bCopy);
         }
+    }
+}
+
+// The correlation replayed one stage at a time on the library's own FFT
+// processors: the cross spectrum and its scale in float, the PHAT weight in
+// double from float squares. Results must agree to the last bit.
+std::vector<float> replay(const std::vector<float> &a,
+                          const std::vector<float> &b, bool phat)
+{
+    const int m = std::max(a.size(), b.size()), n = 2 * m;
+    _TOLV_FFTPROC *fft = TOLV_FFTProcCreate(n), *ifft = TOLV_IFFTProcCreate(n);
+    TOLV_COMPLEX *sa = TOLV_CreateComplexVector(fft);
+    TOLV_COMPLEX *sb = TOLV_CreateComplexVector(fft);
+    float *time = static_cast<float *>(fftwf_malloc(n * sizeof(float)));
+    std::fill(time, time + n, 0.0f);
+    std::copy(a.begin(), a.end(), time);
+    TOLV_FFTProcExecute(fft, time, sa);
+    std::fill(time, time + n, 0.0f);
+    std::copy(b.begin(), b.end(), time);
+    TOLV_FFTProcExecute(fft, time, sb);
+    const float scale = phat ? 1.0f / static_cast<float>(n)
+                             : 1.0f / (static_cast<float>(m) * static_cast<float>(n));
+    for (int k = 0; k <= m; ++k) {
+        const float re = sa[k].im * sb[k].im + sa[k].re * sb[k].re;
+        const float im = sa[k].im * sb[k].re - sb[k].im * sa[k].re;
+        if (!phat) {
+            sa[k] = {re * scale, im * scale};
+            continue;
+        }
+        const double mag = std::sqrt(static_cast<double>(re * re + im * im));
+        const double weight = mag > 0.0 ? scale / mag : 1.0;
+        sa[k] = {static_cast<float>(re * weight), static_cast<float>(im * weight)};
+    }
+    TOLV_IFFTProcExecuteEx(ifft, sa, time, false);
+    std::vector<float> r(time + m + 1, time + n);
+    r.insert(r.end(), time, time + m);
+    fftwf_free(time);
+    TOLV_DestroyComplexVector(sa);
+    TOLV_DestroyComplexVector(sb);
+    TOLV_FFTProcDestroy(fft);
+    TOLV_FFTProcDestroy(ifft);
+    return r;
+}
+
+TEST(XcorrPrecision, EveryStageRoundsWhereItShould)
+{
+    // At M = 4097 the product M x 2 M is not a float: the scale must come
+    // from the float product.
+    for (auto [la, lb] : {std::pair{100, 60}, std::pair{3, 5}, std::pair{1, 1},
+                          std::pair{1000, 1000}, std::pair{4097, 4000}}) {
+        Xcorr x(la, lb);
+        auto a = noise(la, 11 + la, 3.0f), b = noise(lb, 12 + lb, 0.01f);
+        for (bool phat : {false, true})
+            ASSERT_EQ(run(x.p, a, b, phat), replay(a, b, phat))
+                << la << "," << lb << " phat=" << phat;
     }
 }
 
