@@ -4,6 +4,7 @@
  */
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
 #include <regex>
 #include <string>
@@ -103,4 +104,35 @@ TEST(Version, TextHasTheBuildDateWithAPaddedDay)
                   std::string::npos);
     }
     EXPECT_NE(day, "00");
+}
+
+TEST(Lifecycle, UnloadShutsDownAndSavesTheWisdom)
+{
+    /* The destructor runs after the host's static and thread-local
+     * destructors; the whole shutdown must still work then. */
+    /* The child re-runs this body from the top, so the folder must not
+     * depend on the process. */
+    const char *root = getenv("TOLV_TEST_TMP");
+    const std::string folder =
+        std::string(root && *root ? root : "/tmp") + "/unload-saves-wisdom";
+    const std::string file = folder + "/brae.optimization";
+    ASSERT_EQ(system(("mkdir -p '" + folder + "'").c_str()), 0);
+    remove(file.c_str());
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            setenv("KEEL_DATA_PATH", folder.c_str(), 1);
+            KEELSETTINGS_SetValueEx(nullptr, "tolv.fftw.prepare_plans=1");
+            KEELSETTINGS_SetValueEx(nullptr, "tolv.fftw.max_plan_len=64");
+            TOLV_OptimizeFFT(true);
+            remove(file.c_str()); /* only the unload can write it again */
+            exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+    FILE *f = fopen(file.c_str(), "rb");
+    ASSERT_NE(f, nullptr);
+    char head[32] = {0};
+    EXPECT_GT(fread(head, 1, sizeof head - 1, f), 10u);
+    fclose(f);
+    EXPECT_EQ(std::string(head).rfind("(fftw-", 0), 0u) << head;
 }

@@ -6,12 +6,54 @@
 //   acc -= a[k] * y[n-k]   for k = 1 .. c-1, in that order
 //   y[n] = acc
 // x is the float input widened to double; a[0] is taken as 1 and not read.
-// memA is a shift register of past inputs (memA[k-1] = x[n-k]) and memB one
-// of past outputs (memB[k-1] = y[n-k]); only their first c - 1 entries are
-// used of the c + 1 the caller provides.
+// Between calls memA keeps the past inputs (memA[k-1] = x[n-k]) and memB the
+// past outputs (memB[k-1] = y[n-k]); only their first c - 1 entries are used
+// of the c + 1 the caller provides.
 #include "keel.h"
 
-#include <cstring>
+#include <vector>
+
+namespace {
+
+constexpr int kChunk = 256;        // samples per pass over the windows
+constexpr int kStackPast = 64;     // longer filters keep their windows on the heap
+
+// The history is laid out in time order in two windows, `past` old samples
+// followed by the current chunk, so no sample shifts the delay lines; the
+// windows slide once per chunk.
+void filterWindowed(const double *a, const double *b, int past, double *memA,
+                    double *memB, const float *input, double *output,
+                    int samples, double *xs, double *ys) {
+  for (int k = 1; k <= past; ++k) {
+    xs[past - k] = memA[k - 1];
+    ys[past - k] = memB[k - 1];
+  }
+  for (int start = 0; start < samples; start += kChunk) {
+    const int count = samples - start < kChunk ? samples - start : kChunk;
+    for (int j = 0; j < count; ++j) {
+      const int p = past + j;
+      const double x = input[start + j];
+      xs[p] = x;
+      double acc = b[0] * x;
+      for (int k = 1; k <= past; ++k)
+        acc += b[k] * xs[p - k];
+      for (int k = 1; k <= past; ++k)
+        acc -= a[k] * ys[p - k];
+      ys[p] = acc;
+      output[start + j] = acc;
+    }
+    for (int i = 0; i < past; ++i) {
+      xs[i] = xs[count + i];
+      ys[i] = ys[count + i];
+    }
+  }
+  for (int k = 1; k <= past; ++k) {
+    memA[k - 1] = xs[past - k];
+    memB[k - 1] = ys[past - k];
+  }
+}
+
+} // namespace
 
 extern "C" {
 
@@ -28,21 +70,13 @@ KEEL_API int FilterBlockFloat(const double *a, const double *b, int count,
   if (input == nullptr || output == nullptr)
     return 0;
   const int past = count - 1;
-  const size_t shift = static_cast<size_t>(past > 0 ? past - 1 : 0);
-  for (int n = 0; n < samples; ++n) {
-    const double x = input[n];
-    double acc = b[0] * x;
-    for (int k = 1; k <= past; ++k)
-      acc += b[k] * memA[k - 1];
-    for (int k = 1; k <= past; ++k)
-      acc -= a[k] * memB[k - 1];
-    if (past > 0) {
-      std::memmove(memA + 1, memA, shift * sizeof(double));
-      std::memmove(memB + 1, memB, shift * sizeof(double));
-      memA[0] = x;
-      memB[0] = acc;
-    }
-    output[n] = acc;
+  if (past <= kStackPast) {
+    double xs[kStackPast + kChunk], ys[kStackPast + kChunk];
+    filterWindowed(a, b, past, memA, memB, input, output, samples, xs, ys);
+  } else {
+    std::vector<double> xs(past + kChunk), ys(past + kChunk);
+    filterWindowed(a, b, past, memA, memB, input, output, samples, xs.data(),
+                   ys.data());
   }
   return 1;
 }

@@ -37,6 +37,8 @@ std::set<keel_mem_descr *> &registry() {
 }
 
 bool isLive(keel_mem_descr *mem) {
+  if (mem == nullptr)
+    return false;
   pthread_mutex_lock(&registryLock);
   bool live = registry().count(mem) != 0;
   pthread_mutex_unlock(&registryLock);
@@ -113,7 +115,7 @@ KEEL_API int KEELMEM_DisposeMemDescr(KEEL_MEMDESCR mem) {
 /* Logs name, object count and bytes of a live descriptor; 1, or 0 when the
  * handle is not a live descriptor. Disposes of nothing. */
 KEEL_API int KEELMEM_DisplayMemDescr(KEEL_MEMDESCR mem) {
-  if (mem == nullptr || !isLive(mem))
+  if (!isLive(mem))
     return 0;
   KEELDEBUG_Log(-1, "Memory descriptor \"%s\": %d objects, %lld bytes\n",
                 mem->name.c_str(), static_cast<int>(mem->objects.size()),
@@ -121,17 +123,18 @@ KEEL_API int KEELMEM_DisplayMemDescr(KEEL_MEMDESCR mem) {
   return 1;
 }
 
-/* -1 for NULL. Bytes count what was asked for, not the alignment slack. */
+/* -1 (NULL for the name) for a handle that is not a live descriptor. Bytes
+ * count what was asked for, not the alignment slack. */
 KEEL_API int KEELMEM_GetObjectCount(KEEL_MEMDESCR mem) {
-  return mem ? static_cast<int>(mem->objects.size()) : -1;
+  return isLive(mem) ? static_cast<int>(mem->objects.size()) : -1;
 }
 
 KEEL_API int64_t KEELMEM_GetByteCount(KEEL_MEMDESCR mem) {
-  return mem ? mem->bytes : -1;
+  return isLive(mem) ? mem->bytes : -1;
 }
 
 KEEL_API const char *KEELMEM_GetName(KEEL_MEMDESCR mem) {
-  return mem ? mem->name.c_str() : nullptr;
+  return isLive(mem) ? mem->name.c_str() : nullptr;
 }
 
 KEEL_API int KEELMEM_LiveDescriptorCount(void) {

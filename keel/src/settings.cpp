@@ -14,7 +14,9 @@
 #include <cctype>
 #include <cerrno>
 #include <cmath>
+#include <clocale>
 #include <cstdlib>
+#include <locale.h>
 #include <map>
 #include <string>
 
@@ -69,6 +71,14 @@ bool splitEntry(const std::string &text, bool needValue, std::string &key,
   return true;
 }
 
+// strtod in the C locale: a host that switches its numeric locale must
+// not turn "0.5" into something unreadable.
+double readReal(const char *text, char **end) {
+  static const locale_t cLocale = newlocale(LC_NUMERIC_MASK, "C", nullptr);
+  return cLocale != nullptr ? strtod_l(text, end, cLocale)
+                            : std::strtod(text, end);
+}
+
 bool parseInt(const std::string &text, int64_t &result) {
   if (text.empty())
     return false;
@@ -82,7 +92,7 @@ bool parseInt(const std::string &text, int64_t &result) {
   }
   // A decimal figure counts by its whole part, when that fits.
   errno = 0;
-  double real = std::strtod(begin, &end);
+  double real = readReal(begin, &end);
   if (*end != '\0' || errno != 0 || !std::isfinite(real) ||
       real >= 9223372036854775808.0 || real < -9223372036854775808.0)
     return false;
@@ -103,7 +113,7 @@ bool parseBool(const std::string &text, bool &result) {
   if (word.empty())
     return false;
   char *end = nullptr;
-  double number = std::strtod(word.c_str(), &end);
+  double number = readReal(word.c_str(), &end);
   if (*end != '\0' || std::isnan(number))
     return false;
   result = number != 0.0;
