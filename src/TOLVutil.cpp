@@ -17,11 +17,14 @@ const int bartFreq[25] = {0,    60,   150,  250,  350,   450,   570,
                           2150, 2500, 2900, 3400, 4000,  4800,  5800,
                           7000, 8500, 10500, 13500};
 
-/* Truncation toward zero as the processor's conversion does it: a value
- * that does not fit, or NaN, gives INT_MIN. */
+/* Truncation toward zero, saturated at the ends of int so that a Bark
+ * number far outside the table stays on the first or last segment. NaN
+ * gives INT_MIN; its result is NaN whatever the segment. */
 int _TruncToInt(double value)
 {
-    if (!(value > (double)INT_MIN - 1.0 && value < (double)INT_MAX + 1.0))
+    if (value >= (double)INT_MAX)
+        return INT_MAX;
+    if (!(value > (double)INT_MIN))
         return INT_MIN;
     return (int)value;
 }

@@ -11,13 +11,12 @@
 #include <emmintrin.h>
 #include <math.h>
 #include <stdint.h>
-#include <string.h>
 
 #include "tolv.h"
 
 namespace {
 
-__m128 _bits(uint32_t pattern)
+inline __m128 _bits(uint32_t pattern)
 {
     return _mm_castsi128_ps(_mm_set1_epi32((int)pattern));
 }
@@ -25,41 +24,67 @@ __m128 _bits(uint32_t pattern)
 /* Natural logarithm of four floats. Zero, negative and denormal inputs are
  * first raised to the smallest normal float so the exponent field stays
  * sound; the caller replaces their results. */
-__m128 _log4f(__m128 x)
+inline __attribute__((always_inline)) __m128 _log4f(__m128 x)
 {
     const __m128 one = _mm_set1_ps(1.0f);
     const __m128 v = _mm_max_ps(x, _bits(0x00800000u));
 
-    /* Exponent, biased so that the mantissa lands in [0.5, 1). */
-    __m128i exponent = _mm_srli_epi32(_mm_castps_si128(v), 23);
-    exponent = _mm_sub_epi32(exponent, _mm_set1_epi32(127));
-    __m128 e = _mm_add_ps(_mm_cvtepi32_ps(exponent), one);
+    /* Mantissa m in [0.5, 1) and exponent e with v = m 2^e. Below
+     * sqrt(1/2) take f = 2m - 1 and one less in the exponent, else
+     * f = m - 1: f is then small and of either sign. The exponent is formed
+     * in integers, (field - 127) + 1 less the mask's -1; every value is a
+     * small integer, so converting once gives the same float as converting
+     * first and adding and subtracting 1.0 in float. */
     __m128 m = _mm_and_ps(v, _bits(0x807FFFFFu));
     m = _mm_or_ps(m, _mm_set1_ps(0.5f));
-
-    /* Below sqrt(1/2) take 2m - 1 and one less in the exponent, else m - 1:
-     * f is then small and of either sign. */
     const __m128 low = _mm_cmplt_ps(m, _bits(0x3F3504F3u));
-    const __m128 extra = _mm_and_ps(m, low);
+    __m128i exponent = _mm_srli_epi32(_mm_castps_si128(v), 23);
+    exponent = _mm_sub_epi32(exponent, _mm_set1_epi32(126));
+    exponent = _mm_add_epi32(exponent, _mm_castps_si128(low));
+    const __m128 e = _mm_cvtepi32_ps(exponent);
     __m128 f = _mm_sub_ps(m, one);
-    e = _mm_sub_ps(e, _mm_and_ps(one, low));
-    f = _mm_add_ps(f, extra);
+    f = _mm_add_ps(f, _mm_and_ps(m, low));
 
     const __m128 z = _mm_mul_ps(f, f);
-    static const uint32_t poly[9] = {
-        0x3D9021BBu, 0xBDEBD1B8u, 0x3DEF251Au, 0xBDFE5D4Fu, 0x3E11E9BFu,
-        0xBE2AAE50u, 0x3E4CCEACu, 0xBE7FFFFCu, 0x3EAAAAAAu,
-    };
-    __m128 y = _bits(poly[0]);
-    for (int k = 1; k < 9; k++)
-        y = _mm_add_ps(_mm_mul_ps(y, f), _bits(poly[k]));
+    __m128 y = _bits(0x3D9021BBu);
+    y = _mm_add_ps(_mm_mul_ps(y, f), _bits(0xBDEBD1B8u));
+    y = _mm_add_ps(_mm_mul_ps(y, f), _bits(0x3DEF251Au));
+    y = _mm_add_ps(_mm_mul_ps(y, f), _bits(0xBDFE5D4Fu));
+    y = _mm_add_ps(_mm_mul_ps(y, f), _bits(0x3E11E9BFu));
+    y = _mm_add_ps(_mm_mul_ps(y, f), _bits(0xBE2AAE50u));
+    y = _mm_add_ps(_mm_mul_ps(y, f), _bits(0x3E4CCEACu));
+    y = _mm_add_ps(_mm_mul_ps(y, f), _bits(0xBE7FFFFCu));
+    y = _mm_add_ps(_mm_mul_ps(y, f), _bits(0x3EAAAAAAu));
     y = _mm_mul_ps(_mm_mul_ps(y, f), z);
 
-    /* ln 2 is split as q2 - q1 so that e * q2 is exact. */
+    /* ln 2 is split as q2 + q1, q1 small and negative, so that e * q2 is
+     * exact. */
     y = _mm_add_ps(y, _mm_mul_ps(e, _bits(0xB95E8083u)));
     y = _mm_sub_ps(y, _mm_mul_ps(z, _mm_set1_ps(0.5f)));
     return _mm_add_ps(_mm_add_ps(f, y), _mm_mul_ps(e, _bits(0x3F318000u)));
 }
+
+/* The dB figures of four bins: scale, weight, logarithm, floor. */
+struct _DbGroup {
+    __m128 gain, ref, floor, toLog10, ten;
+    const float *curve;
+
+    inline __attribute__((always_inline)) __m128 operator()(const float *psd,
+                                                            int i) const
+    {
+        __m128 x = _mm_mul_ps(_mm_load_ps(psd + i), gain);
+        if (curve != nullptr) {
+            const __m128 c = _mm_load_ps(curve + i);
+            x = _mm_mul_ps(x, _mm_mul_ps(c, c));
+        }
+        x = _mm_mul_ps(x, ref);
+        __m128 y = _mm_mul_ps(_mm_mul_ps(_log4f(x), toLog10), ten);
+        /* Not greater than 0, or NaN: all bits set make the lane a NaN, and
+         * the maximum then gives its second operand, the floor. */
+        y = _mm_or_ps(y, _mm_cmpngt_ps(x, _mm_setzero_ps()));
+        return _mm_max_ps(y, floor);
+    }
+};
 
 } // namespace
 
@@ -96,30 +121,26 @@ extern "C" TOLV_API int TOLV_PSDtoDB(int frameLength, const float *psd,
     const float r = 1.0f / sqrtf((float)reference);
     const float floorDb = -(float)range;
 
-    const __m128 gain = _mm_set1_ps(g);
-    const __m128 ref = _mm_set1_ps(r);
-    const __m128 floor4 = _mm_set1_ps(floorDb);
     /* One unit in the last place below the float nearest log10(e). */
-    uint32_t log10eBits = 0x3EDE5BD8u;
-    float log10e;
-    memcpy(&log10e, &log10eBits, sizeof(log10e));
-    const __m128 toLog10 = _mm_set1_ps(log10e);
-    const __m128 ten = _mm_set1_ps(10.0f);
-
-    const int groups = half == 0 ? 0 : (half - 1) / 4 + 1;
-    for (int k = 0; k < groups; k++) {
-        __m128 x = _mm_mul_ps(_mm_load_ps(psd + 4 * k), gain);
-        if (curve != nullptr) {
-            const __m128 c = _mm_load_ps(curve + 4 * k);
-            x = _mm_mul_ps(x, _mm_mul_ps(c, c));
-        }
-        x = _mm_mul_ps(x, ref);
-        __m128 y = _mm_mul_ps(_mm_mul_ps(_log4f(x), toLog10), ten);
-        /* Not greater than 0, or NaN: the floor. */
-        const __m128 valid = _mm_cmpgt_ps(x, _mm_setzero_ps());
-        y = _mm_or_ps(_mm_and_ps(valid, y), _mm_andnot_ps(valid, floor4));
-        _mm_store_ps(db + 4 * k, _mm_max_ps(y, floor4));
+    const _DbGroup group = {_mm_set1_ps(g),        _mm_set1_ps(r),
+                            _mm_set1_ps(floorDb),  _bits(0x3EDE5BD8u),
+                            _mm_set1_ps(10.0f),    curve};
+    /* Groups of four up to and past H when H is not a multiple of 4; two
+     * groups a round keep two independent polynomial chains in flight. */
+    const int end = half == 0 ? 0 : 4 * ((half - 1) / 4 + 1);
+    int i = 0;
+    for (; i + 16 <= end; i += 16) {
+        const __m128 a = group(psd, i);
+        const __m128 b = group(psd, i + 4);
+        const __m128 c = group(psd, i + 8);
+        const __m128 d = group(psd, i + 12);
+        _mm_store_ps(db + i, a);
+        _mm_store_ps(db + i + 4, b);
+        _mm_store_ps(db + i + 8, c);
+        _mm_store_ps(db + i + 12, d);
     }
+    for (; i < end; i += 4)
+        _mm_store_ps(db + i, group(psd, i));
 
     /* The Nyquist bin, always in double. */
     const double x = (double)(psd[half] * g);
