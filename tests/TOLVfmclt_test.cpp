@@ -12,19 +12,14 @@
 #include <vector>
 
 #include "keel.h"
+#include "signal_test_support.h"
 #include "tolv.h"
 
 namespace {
 
 using cd = std::complex<double>;
-
-// Whatever the planner learns stays in memory: no wisdom file is written.
-class NoWisdomFolder : public ::testing::Environment {
-public:
-    void SetUp() override { unsetenv("KEEL_DATA_PATH"); }
-};
-[[maybe_unused]] const ::testing::Environment *const kEnv =
-    ::testing::AddGlobalTestEnvironment(new NoWisdomFolder);
+using tolv_test::Norm2;
+using tolv_test::UniformNoise;
 
 struct Proc {
     explicit Proc(int m) : p(TOLV_FMCLTProcCreate(m)) {}
@@ -43,29 +38,11 @@ struct AlignedFloats {
     int n;
 };
 
-std::vector<float> noise(int n, unsigned seed)
-{
-    std::mt19937 rng(seed);
-    std::uniform_real_distribution<float> dist(-1.0f, 1.0f);
-    std::vector<float> v(n);
-    for (float &x : v)
-        x = dist(rng);
-    return v;
-}
-
 std::vector<TOLV_COMPLEX> freqWindow(int m)
 {
     std::vector<TOLV_COMPLEX> w(m + 1);
     TOLV_FMCLTFreqWindow(w.data(), m);
     return w;
-}
-
-double norm2(const std::vector<float> &x)
-{
-    double s = 0.0;
-    for (float v : x)
-        s += static_cast<double>(v) * v;
-    return std::sqrt(s);
 }
 
 // exp(-j pi i / m) with the index reduced first, so that the reference
@@ -202,11 +179,11 @@ TEST(FMCLTDirect, MatchesTheStepsInDoubleAtEverySize)
     for (int m : {1, 2, 3, 4, 5, 6, 7, 8, 12, 63, 64, 256}) {
         Proc proc(m);
         auto w = freqWindow(m);
-        auto x = noise(2 * m, 100 + m);
+        auto x = UniformNoise(2 * m, 100 + m);
         std::vector<float> re, im;
         directOnce(proc, w, x, m, re, im);
         Frame ref = stepwiseDirect(x, w.data(), m);
-        const double tol = 8e-8 * (1.0 + std::log2(2.0 * m)) * norm2(x);
+        const double tol = 8e-8 * (1.0 + std::log2(2.0 * m)) * Norm2(x);
         for (int k = 0; k < m; ++k) {
             ASSERT_NEAR(re[k], ref.re[k], tol) << "M=" << m << " k=" << k;
             ASSERT_NEAR(im[k], ref.im[k], tol) << "M=" << m << " k=" << k;
@@ -219,11 +196,11 @@ TEST(FMCLTDirect, EqualsTheWindowedModulatedSums)
     for (int m : {1, 2, 3, 4, 5, 8, 64, 256, 1024}) {
         Proc proc(m);
         auto w = freqWindow(m);
-        auto x = noise(2 * m, 7 * m);
+        auto x = UniformNoise(2 * m, 7 * m);
         std::vector<float> re, im;
         directOnce(proc, w, x, m, re, im);
         Frame def = definitionDirect(x, m);
-        const double tol = 8e-8 * (1.0 + std::log2(2.0 * m)) * norm2(x);
+        const double tol = 8e-8 * (1.0 + std::log2(2.0 * m)) * Norm2(x);
         for (int k = 0; k < m; ++k) {
             ASSERT_NEAR(re[k], def.re[k], tol) << "M=" << m << " k=" << k;
             ASSERT_NEAR(im[k], def.im[k], tol) << "M=" << m << " k=" << k;
@@ -238,8 +215,8 @@ TEST(FMCLTInverse, MatchesTheStepsInDoubleAtEverySize)
     for (int m : {1, 2, 3, 4, 5, 6, 7, 8, 12, 64}) {
         Proc proc(m);
         auto w = freqWindow(m);
-        auto re = noise(m, 300 + m), im = noise(m, 400 + m);
-        auto overlapIn = noise(m, 500 + m);
+        auto re = UniformNoise(m, 300 + m), im = UniformNoise(m, 400 + m);
+        auto overlapIn = UniformNoise(m, 500 + m);
         std::vector<float> out(m), overlap = overlapIn;
         TOLV_FMCLTInverse(proc.p, re.data(), im.data(), out.data(),
                           overlap.data(), w.data());
@@ -247,7 +224,7 @@ TEST(FMCLTInverse, MatchesTheStepsInDoubleAtEverySize)
                                                   overlapIn.end());
         stepwiseInverse(re, im, w.data(), m, refOut, refOverlap);
         const double tol = 8e-8 * (1.0 + std::log2(2.0 * m)) *
-                           (1.0 + norm2(re) + norm2(im));
+                           (1.0 + Norm2(re) + Norm2(im));
         for (int i = 0; i < m; ++i) {
             ASSERT_NEAR(out[i], refOut[i], tol) << "M=" << m << " i=" << i;
             ASSERT_NEAR(overlap[i], refOverlap[i], tol) << "M=" << m << " i=" << i;
@@ -291,7 +268,7 @@ TEST(FMCLTPrecision, EveryStepRoundsWhereItShould)
         ReplayPlans replay(m);
         float *b = replay.buf;
         auto w = freqWindow(m);
-        auto x = noise(2 * m, 600 + m);
+        auto x = UniformNoise(2 * m, 600 + m);
 
         std::vector<float> re, im;
         directOnce(proc, w, x, m, re, im);
@@ -308,7 +285,7 @@ TEST(FMCLTPrecision, EveryStepRoundsWhereItShould)
             ASSERT_EQ(im[k], b[2 * k] + b[2 * k + 3]) << "M=" << m << " k=" << k;
         }
 
-        auto overlap = noise(m, 700 + m);
+        auto overlap = UniformNoise(m, 700 + m);
         std::vector<float> out(m), ov = overlap;
         TOLV_FMCLTInverse(proc.p, re.data(), im.data(), out.data(), ov.data(),
                           w.data());
@@ -349,7 +326,7 @@ TEST(FMCLTPrecision, EveryStepRoundsWhereItShould)
 double streamError(_TOLV_FMCLTPROC *proc, int m, int blocks, unsigned seed)
 {
     auto w = freqWindow(m);
-    auto signal = noise(m * blocks, seed);
+    auto signal = UniformNoise(m * blocks, seed);
     std::vector<float> previous(m, 0.0f), overlap(m, 0.0f);
     std::vector<float> re(m), im(m), out(m);
     double worst = 0.0;
@@ -393,7 +370,7 @@ TEST(FMCLTStream, FirstOutputIsSilenceAndSecondIsTheFirstBlock)
     const int m = 64;
     Proc proc(m);
     auto w = freqWindow(m);
-    auto block = noise(m, 1);
+    auto block = UniformNoise(m, 1);
     std::vector<float> previous(m, 0.0f), overlap(m, 0.0f), zero(m, 0.0f);
     std::vector<float> re(m), im(m), out(m);
     TOLV_FMCLTDirect(proc.p, re.data(), im.data(), block.data(),
@@ -417,7 +394,7 @@ TEST(FMCLTStream, OneProcessorServesTwoStreamsInTurn)
     const int m = 64, blocks = 20;
     Proc shared(m), alone(m);
     auto w = freqWindow(m);
-    auto a = noise(m * blocks, 21), b = noise(m * blocks, 22);
+    auto a = UniformNoise(m * blocks, 21), b = UniformNoise(m * blocks, 22);
     std::vector<float> prevA(m, 0.0f), ovA(m, 0.0f), prevB(m, 0.0f),
         ovB(m, 0.0f), prevS(m, 0.0f), ovS(m, 0.0f);
     std::vector<float> re(m), im(m), outA(m), outB(m), outS(m);
@@ -445,10 +422,10 @@ TEST(FMCLTSine, MatchesTheTypeIVSineSumAndIsItsOwnInverse)
     for (int m : {1, 2, 3, 5, 8, 17, 64, 256, 1000}) {
         Proc proc(m);
         AlignedFloats block(m);
-        auto x = noise(m, 900 + m);
+        auto x = UniformNoise(m, 900 + m);
         std::copy(x.begin(), x.end(), block.p);
         TOLV_FMCLTCDTiv(proc.p, block.p);
-        const double tol = 8e-8 * (1.0 + std::log2(2.0 * m)) * norm2(x);
+        const double tol = 8e-8 * (1.0 + std::log2(2.0 * m)) * Norm2(x);
         for (int k = 0; k < m; ++k) {
             double sum = 0.0;
             for (int j = 0; j < m; ++j)
@@ -468,7 +445,7 @@ TEST(FMCLTSine, MisalignedBlockGivesTheAlignedResult)
     Proc proc(m);
     AlignedFloats aligned(m), storage(m + 4);
     float *shifted = storage.p + 1;
-    auto x = noise(m, 5);
+    auto x = UniformNoise(m, 5);
     std::copy(x.begin(), x.end(), aligned.p);
     std::copy(x.begin(), x.end(), shifted);
     TOLV_FMCLTCDTiv(proc.p, aligned.p);

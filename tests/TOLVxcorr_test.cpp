@@ -14,18 +14,14 @@
 #include <vector>
 
 #include "keel.h"
+#include "signal_test_support.h"
 #include "tolv.h"
 
 namespace {
 
 using cd = std::complex<double>;
-
-class NoWisdomFolder : public ::testing::Environment {
-public:
-    void SetUp() override { unsetenv("KEEL_DATA_PATH"); }
-};
-[[maybe_unused]] const ::testing::Environment *const kEnv =
-    ::testing::AddGlobalTestEnvironment(new NoWisdomFolder);
+using tolv_test::Norm2;
+using tolv_test::UniformNoise;
 
 struct Message {
     int level;
@@ -52,33 +48,15 @@ struct Xcorr {
     _TOLV_XCORRPROC *p;
 };
 
-std::vector<float> noise(int n, unsigned seed, float amplitude = 1.0f)
-{
-    std::mt19937 rng(seed);
-    std::uniform_real_distribution<float> dist(-amplitude, amplitude);
-    std::vector<float> v(n);
-    for (float &x : v)
-        x = dist(rng);
-    return v;
-}
-
 // A rising tone with some noise: a voiced, non-stationary test signal.
 std::vector<float> chirpPlusNoise(int n, unsigned seed)
 {
-    auto v = noise(n, seed, 0.3f);
+    auto v = UniformNoise(n, seed, 0.3f);
     for (int i = 0; i < n; ++i) {
         const double phase = 2.0 * M_PI * (0.01 * i + 0.2 * i * i / (2.0 * n));
         v[i] += static_cast<float>(0.8 * std::sin(phase));
     }
     return v;
-}
-
-double norm2(const std::vector<float> &x)
-{
-    double s = 0.0;
-    for (float v : x)
-        s += static_cast<double>(v) * v;
-    return std::sqrt(s);
 }
 
 // Sum over n of a[n + L] b[n] / M for L = -(M - 1) .. M - 1.
@@ -168,7 +146,7 @@ TEST(XcorrMemory, OneNamedDescriptorPerProcessorAndNoneLeftBehind)
     EXPECT_EQ(TOLV_XcorrProcDestroy(p), 1);
     EXPECT_EQ(KEELMEM_LiveDescriptorCount(), before);
 
-    auto a = noise(50, 1), b = noise(70, 2);
+    auto a = UniformNoise(50, 1), b = UniformNoise(70, 2);
     int lag = 0;
     TOLV_XcorrCoef(a.data(), 50, b.data(), 70, &lag);
     EXPECT_EQ(KEELMEM_LiveDescriptorCount(), before);
@@ -182,14 +160,14 @@ TEST(XcorrPlain, MatchesTheDirectSumInDouble)
                  {7, 7}, {1000, 999}, {4096, 4096}};
     for (const auto &c : cases) {
         Xcorr x(c.la, c.lb);
-        auto a = noise(c.la, c.la), b = noise(c.lb, 1000 + c.lb);
+        auto a = UniformNoise(c.la, c.la), b = UniformNoise(c.lb, 1000 + c.lb);
         const auto r = run(x.p, a, b, false);
         const auto ref = directCorrelation(a, b);
         const int m = std::max(c.la, c.lb);
         // Float FFT rounding grows with log2 of the length and is bounded by
         // the product of the input norms.
         const double tol =
-            6e-8 * (1.0 + std::log2(2.0 * m)) * norm2(a) * norm2(b) / m;
+            6e-8 * (1.0 + std::log2(2.0 * m)) * Norm2(a) * Norm2(b) / m;
         ASSERT_EQ(r.size(), ref.size());
         for (size_t i = 0; i < r.size(); ++i)
             ASSERT_NEAR(r[i], ref[i], tol) << c.la << "," << c.lb << " i=" << i;
@@ -212,9 +190,9 @@ TEST(XcorrPlain, AVectorWithItselfPeaksAtLagZeroWithItsMeanSquare)
 {
     for (int m : {1, 7, 100, 1024}) {
         Xcorr x(m, m);
-        auto a = noise(m, 40 + m);
+        auto a = UniformNoise(m, 40 + m);
         const auto r = run(x.p, a, a, false);
-        const double meanSquare = norm2(a) * norm2(a) / m;
+        const double meanSquare = Norm2(a) * Norm2(a) / m;
         EXPECT_EQ(peakIndex(r), m - 1) << m;
         EXPECT_NEAR(r[m - 1], meanSquare, 1e-6 * meanSquare) << m;
     }
@@ -227,8 +205,8 @@ TEST(XcorrPlain, EveryCallStartsFromCleanBuffers)
     for (bool phat : {false, true}) {
         for (auto [la, lb] : {std::pair{3, 5}, std::pair{100, 60}}) {
             Xcorr used(la, lb), fresh(la, lb);
-            run(used.p, noise(la, 1, 1000.0f), noise(lb, 2, 1000.0f), phat);
-            const auto a = noise(la, 3), b = noise(lb, 4);
+            run(used.p, UniformNoise(la, 1, 1000.0f), UniformNoise(lb, 2, 1000.0f), phat);
+            const auto a = UniformNoise(la, 3), b = UniformNoise(lb, 4);
             const auto aCopy = a, bCopy = b;
             EXPECT_EQ(run(used.p, a, b, phat), run(fresh.p, a, b, phat))
                 << phat << " " << la << "," << lb;
@@ -286,7 +264,7 @@ TEST(XcorrPrecision, EveryStageRoundsWhereItShould)
     for (auto [la, lb] : {std::pair{100, 60}, std::pair{3, 5}, std::pair{1, 1},
                           std::pair{1000, 1000}, std::pair{4097, 4000}}) {
         Xcorr x(la, lb);
-        auto a = noise(la, 11 + la, 3.0f), b = noise(lb, 12 + lb, 0.01f);
+        auto a = UniformNoise(la, 11 + la, 3.0f), b = UniformNoise(lb, 12 + lb, 0.01f);
         for (bool phat : {false, true})
             ASSERT_EQ(run(x.p, a, b, phat), replay(a, b, phat))
                 << la << "," << lb << " phat=" << phat;
@@ -298,7 +276,7 @@ TEST(XcorrDelay, PeakFallsAtMinusTheDelay)
     // The second vector is the first delayed by d: b[n] = a[n - d].
     for (int m : {1000, 1024}) {
         for (int kind = 0; kind < 2; ++kind) {
-            const auto source = kind == 0 ? noise(m + 300, 77) : chirpPlusNoise(m + 300, 78);
+            const auto source = kind == 0 ? UniformNoise(m + 300, 77) : chirpPlusNoise(m + 300, 78);
             for (int d : {0, 1, 37, 250}) {
                 std::vector<float> a(source.begin() + d, source.begin() + d + m);
                 std::vector<float> b(source.begin(), source.begin() + m);
@@ -316,7 +294,7 @@ TEST(XcorrPhat, MatchesTheDirectPhaseTransformInDouble)
 {
     for (auto [la, lb] : {std::pair{100, 60}, std::pair{64, 64}, std::pair{3, 5}}) {
         Xcorr x(la, lb);
-        auto a = noise(la, 5 + la), b = noise(lb, 6 + lb);
+        auto a = UniformNoise(la, 5 + la), b = UniformNoise(lb, 6 + lb);
         const auto r = run(x.p, a, b, true);
         const auto ref = directPhat(a, b);
         for (size_t i = 0; i < r.size(); ++i)
@@ -363,7 +341,7 @@ TEST(XcorrPhat, ZeroRuleOfTheWeighting)
 TEST(XcorrCoefficient, ItselfAndItsNegativeGiveOneAtLagZero)
 {
     for (int m : {1, 5, 256, 1000}) {
-        auto a = noise(m, 60 + m), neg = a;
+        auto a = UniformNoise(m, 60 + m), neg = a;
         for (float &v : neg)
             v = -v;
         int lag = 99;
@@ -398,7 +376,7 @@ TEST(XcorrCoefficient, DifferentLengthsStayBelowOne)
 {
     // b is the start of a: the peak is sum of a[n]^2 over 60 samples / 100,
     // against the separate mean squares of the two vectors.
-    auto a = noise(100, 31);
+    auto a = UniformNoise(100, 31);
     std::vector<float> b(a.begin(), a.begin() + 60);
     double s60 = 0.0, s100 = 0.0;
     for (int i = 0; i < 100; ++i)
@@ -414,7 +392,7 @@ TEST(XcorrCoefficient, DifferentLengthsStayBelowOne)
 
 TEST(XcorrCoefficient, SilenceDividesZeroByZero)
 {
-    std::vector<float> zero(32, 0.0f), a = noise(32, 3);
+    std::vector<float> zero(32, 0.0f), a = UniformNoise(32, 3);
     EXPECT_TRUE(std::isnan(TOLV_XcorrCoef(zero.data(), 32, zero.data(), 32, nullptr)));
     EXPECT_TRUE(std::isnan(TOLV_XcorrCoef(a.data(), 32, zero.data(), 32, nullptr)));
 }
@@ -424,7 +402,7 @@ using XcorrMessages = Messages;
 TEST_F(XcorrMessages, NullVectorsGiveMinusOneAndLeaveTheLag)
 {
     const int before = KEELMEM_LiveDescriptorCount();
-    std::vector<float> a = noise(8, 1);
+    std::vector<float> a = UniformNoise(8, 1);
     const struct {
         const float *x, *y;
         const char *text;
@@ -446,7 +424,7 @@ TEST_F(XcorrMessages, NullVectorsGiveMinusOneAndLeaveTheLag)
 
 TEST_F(XcorrMessages, ValidCallsSayNothing)
 {
-    auto a = noise(64, 1), b = noise(40, 2);
+    auto a = UniformNoise(64, 1), b = UniformNoise(40, 2);
     Xcorr x(64, 40);
     run(x.p, a, b, false);
     run(x.p, a, b, true);
