@@ -8,6 +8,8 @@
  * -(M - 1) to M - 1 without wrapping. The result is rotated so that the lags
  * come in ascending order, lag 0 at index M - 1.
  */
+#include <emmintrin.h>
+
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -31,16 +33,65 @@ struct _TOLV_XCORRPROC {
 
 namespace {
 
+// Bins k .. k + 3 of A times the conjugate of B, unscaled, as separate
+// real and imaginary parts: re = a.im b.im + a.re b.re,
+// im = a.im b.re - b.im a.re, in float.
+void crossParts(const TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int k,
+                __m128 *re, __m128 *im)
+{
+    const __m128 a0 = _mm_load_ps(&a[k].re), a1 = _mm_load_ps(&a[k + 2].re);
+    const __m128 b0 = _mm_load_ps(&b[k].re), b1 = _mm_load_ps(&b[k + 2].re);
+    const __m128 ar = _mm_shuffle_ps(a0, a1, _MM_SHUFFLE(2, 0, 2, 0));
+    const __m128 ai = _mm_shuffle_ps(a0, a1, _MM_SHUFFLE(3, 1, 3, 1));
+    const __m128 br = _mm_shuffle_ps(b0, b1, _MM_SHUFFLE(2, 0, 2, 0));
+    const __m128 bi = _mm_shuffle_ps(b0, b1, _MM_SHUFFLE(3, 1, 3, 1));
+    *re = _mm_add_ps(_mm_mul_ps(ai, bi), _mm_mul_ps(ar, br));
+    *im = _mm_sub_ps(_mm_mul_ps(ai, br), _mm_mul_ps(bi, ar));
+}
+
+void storeBins(TOLV_COMPLEX *a, int k, __m128 re, __m128 im)
+{
+    _mm_store_ps(&a[k].re, _mm_unpacklo_ps(re, im));
+    _mm_store_ps(&a[k + 2].re, _mm_unpackhi_ps(re, im));
+}
+
 // A times the conjugate of B, scaled: the plain cross spectrum.
 void crossSpectrum(TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int bins,
                    float scale)
 {
-    for (int k = 0; k < bins; ++k) {
+    const __m128 s = _mm_set1_ps(scale);
+    int k = 0;
+    for (; k + 4 <= bins; k += 4) {
+        __m128 re, im;
+        crossParts(a, b, k, &re, &im);
+        storeBins(a, k, _mm_mul_ps(re, s), _mm_mul_ps(im, s));
+    }
+    for (; k < bins; ++k) {
         const float ar = a[k].re, ai = a[k].im;
         const float br = b[k].re, bi = b[k].im;
         a[k].re = (ai * bi + ar * br) * scale;
         a[k].im = (ai * br - bi * ar) * scale;
     }
+}
+
+// Two bins of the phase transform in double: the weight scale / |X| from
+// the float power, 1 where that magnitude is not above zero, applied to the
+// widened parts and rounded back to float.
+void phatWeigh(__m128 re, __m128 im, __m128 power, __m128d scale,
+               __m128 *outRe, __m128 *outIm, bool high)
+{
+    if (high) {
+        re = _mm_movehl_ps(re, re);
+        im = _mm_movehl_ps(im, im);
+        power = _mm_movehl_ps(power, power);
+    }
+    const __m128d magnitude = _mm_sqrt_pd(_mm_cvtps_pd(power));
+    const __m128d positive = _mm_cmpgt_pd(magnitude, _mm_setzero_pd());
+    const __m128d weight =
+        _mm_or_pd(_mm_and_pd(positive, _mm_div_pd(scale, magnitude)),
+                  _mm_andnot_pd(positive, _mm_set1_pd(1.0)));
+    *outRe = _mm_cvtpd_ps(_mm_mul_pd(_mm_cvtps_pd(re), weight));
+    *outIm = _mm_cvtpd_ps(_mm_mul_pd(_mm_cvtps_pd(im), weight));
 }
 
 // The cross spectrum brought to unit magnitude (times scale), so that only
@@ -49,7 +100,17 @@ void crossSpectrum(TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int bins,
 void phatSpectrum(TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int bins,
                   float scale)
 {
-    for (int k = 0; k < bins; ++k) {
+    const __m128d s = _mm_set1_pd(static_cast<double>(scale));
+    int k = 0;
+    for (; k + 4 <= bins; k += 4) {
+        __m128 re, im, loRe, loIm, hiRe, hiIm;
+        crossParts(a, b, k, &re, &im);
+        const __m128 power = _mm_add_ps(_mm_mul_ps(re, re), _mm_mul_ps(im, im));
+        phatWeigh(re, im, power, s, &loRe, &loIm, false);
+        phatWeigh(re, im, power, s, &hiRe, &hiIm, true);
+        storeBins(a, k, _mm_movelh_ps(loRe, hiRe), _mm_movelh_ps(loIm, hiIm));
+    }
+    for (; k < bins; ++k) {
         const float ar = a[k].re, ai = a[k].im;
         const float br = b[k].re, bi = b[k].im;
         const float re = ai * bi + ar * br;
@@ -60,6 +121,15 @@ void phatSpectrum(TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int bins,
         a[k].re = static_cast<float>(static_cast<double>(re) * weight);
         a[k].im = static_cast<float>(static_cast<double>(im) * weight);
     }
+}
+
+// The first `count` samples of the input followed by zeros up to n.
+void padInto(float *buffer, const float *input, int count, int n)
+{
+    const int head = count > 0 ? count : 0;
+    if (head > 0)
+        memcpy(buffer, input, head * sizeof(float));
+    memset(buffer + head, 0, (n - head) * sizeof(float));
 }
 
 typedef void (*SpectrumKernel)(TOLV_COMPLEX *, const TOLV_COMPLEX *, int,
@@ -76,14 +146,11 @@ int correlate(_TOLV_XCORRPROC *proc, const float *a, const float *b,
     if (h < 1)
         return n - 1;
 
-    memset(proc->bufferA, 0, n * sizeof(float));
-    memset(proc->bufferB, 0, n * sizeof(float));
-    memset(proc->spectrumA, 0, proc->spectrumLength * sizeof(TOLV_COMPLEX));
-    memset(proc->spectrumB, 0, proc->spectrumLength * sizeof(TOLV_COMPLEX));
-    if (proc->lengthA > 0)
-        memcpy(proc->bufferA, a, proc->lengthA * sizeof(float));
-    if (proc->lengthB > 0)
-        memcpy(proc->bufferB, b, proc->lengthB * sizeof(float));
+    // Fresh zero padding on every call (the inverse leaves bufferA full).
+    // The heads are overwritten by the inputs and the spectra by the
+    // forward transforms, which write every bin: only the tails need zeros.
+    padInto(proc->bufferA, a, proc->lengthA, n);
+    padInto(proc->bufferB, b, proc->lengthB, n);
 
     TOLV_FFTProcExecute(proc->fft, proc->bufferA, proc->spectrumA);
     TOLV_FFTProcExecute(proc->fft, proc->bufferB, proc->spectrumB);
