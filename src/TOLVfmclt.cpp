@@ -13,6 +13,7 @@
 #include <emmintrin.h>
 #include <fftw3.h>
 
+#include <cfloat>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -149,22 +150,12 @@ void unpairBins(const float *real, const float *imaginary,
     }
 }
 
-// y / d in double. When d is a power of two the quotient is exact, and so
-// is the product with the exact reciprocal, which is far cheaper.
-template <bool kPowerOfTwo>
-__m128d divide(__m128d y, __m128d d, __m128d reciprocal)
-{
-    return kPowerOfTwo ? _mm_mul_pd(y, reciprocal) : _mm_div_pd(y, d);
-}
-
 // Four floats widened, divided by d and, when given, added to four more, in
 // double; the results rounded back to float.
-template <bool kPowerOfTwo>
-__m128 scaleAndAdd(__m128 y, __m128d d, __m128d reciprocal, const float *add)
+__m128 scaleAndAdd(__m128 y, __m128d d, const float *add)
 {
-    __m128d lo = divide<kPowerOfTwo>(_mm_cvtps_pd(y), d, reciprocal);
-    __m128d hi =
-        divide<kPowerOfTwo>(_mm_cvtps_pd(_mm_movehl_ps(y, y)), d, reciprocal);
+    __m128d lo = _mm_div_pd(_mm_cvtps_pd(y), d);
+    __m128d hi = _mm_div_pd(_mm_cvtps_pd(_mm_movehl_ps(y, y)), d);
     if (add) {
         const __m128 o = _mm_loadu_ps(add);
         lo = _mm_add_pd(lo, _mm_cvtps_pd(o));
@@ -173,22 +164,18 @@ __m128 scaleAndAdd(__m128 y, __m128d d, __m128d reciprocal, const float *add)
     return _mm_movelh_ps(_mm_cvtpd_ps(lo), _mm_cvtpd_ps(hi));
 }
 
-// Overlap-add of the 2 M inverse samples divided by 2 M: the first half
-// completes the block, the second half waits for the next call.
-template <bool kPowerOfTwo>
-void overlapAddBy(const float *buf, float *output, float *overlap, int m)
+// Overlap-add of the 2 M inverse samples divided by 2 M, in double: the
+// first half completes the block, the second half waits for the next call.
+void overlapAddDouble(const float *buf, float *output, float *overlap, int m,
+                      int k)
 {
     const double d = 2.0 * m;
     const __m128d dd = _mm_set1_pd(d);
-    const __m128d reciprocal = _mm_set1_pd(1.0 / d);
-    int k = 0;
     for (; k + 4 <= m; k += 4) {
-        _mm_storeu_ps(output + k,
-                      scaleAndAdd<kPowerOfTwo>(_mm_load_ps(buf + k), dd,
-                                               reciprocal, overlap + k));
+        _mm_storeu_ps(output + k, scaleAndAdd(_mm_load_ps(buf + k), dd,
+                                              overlap + k));
         _mm_storeu_ps(overlap + k,
-                      scaleAndAdd<kPowerOfTwo>(_mm_loadu_ps(buf + m + k), dd,
-                                               reciprocal, nullptr));
+                      scaleAndAdd(_mm_loadu_ps(buf + m + k), dd, nullptr));
     }
     for (; k < m; ++k) {
         output[k] = static_cast<float>(buf[k] / d + overlap[k]);
@@ -196,12 +183,44 @@ void overlapAddBy(const float *buf, float *output, float *overlap, int m)
     }
 }
 
+// The same step for 2 M a power of two, in float and bit for bit equal:
+// y / 2 M is exact in double, and y times the exact reciprocal is that same
+// value rounded once to float, so the new overlap needs no double at all.
+// The output adds the old overlap: while y / 2 M is exact in float, the float
+// sum of two floats equals their double sum rounded to float (double has
+// more than twice float's precision). Only samples whose quotient falls
+// below the smallest normal float could round first; a group holding one
+// takes the double road.
+void overlapAddPowerOfTwo(const float *buf, float *output, float *overlap,
+                          int m)
+{
+    const float d = 2.0f * static_cast<float>(m);
+    const __m128 reciprocal = _mm_set1_ps(1.0f / d);
+    const __m128 tiny = _mm_set1_ps(FLT_MIN * d);
+    const __m128 magnitudeMask =
+        _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff));
+    int k = 0;
+    for (; k + 4 <= m; k += 4) {
+        const __m128 y = _mm_load_ps(buf + k);
+        const __m128 risky =
+            _mm_and_ps(_mm_cmplt_ps(_mm_and_ps(y, magnitudeMask), tiny),
+                       _mm_cmpneq_ps(y, _mm_setzero_ps()));
+        if (_mm_movemask_ps(risky))
+            break;
+        _mm_storeu_ps(output + k, _mm_add_ps(_mm_mul_ps(y, reciprocal),
+                                             _mm_loadu_ps(overlap + k)));
+        _mm_storeu_ps(overlap + k,
+                      _mm_mul_ps(_mm_loadu_ps(buf + m + k), reciprocal));
+    }
+    overlapAddDouble(buf, output, overlap, m, k);
+}
+
 void overlapAdd(const float *buf, float *output, float *overlap, int m)
 {
     if ((m & (m - 1)) == 0)
-        overlapAddBy<true>(buf, output, overlap, m);
+        overlapAddPowerOfTwo(buf, output, overlap, m);
     else
-        overlapAddBy<false>(buf, output, overlap, m);
+        overlapAddDouble(buf, output, overlap, m, 0);
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <complex>
+#include <iterator>
 #include <cstdlib>
 #include <random>
 #include <thread>
@@ -262,13 +263,19 @@ TEST(FMCLTPrecision, EveryStepRoundsWhereItShould)
 {
     // Gains rounded to float, products and sums in float, the end bins'
     // product and the final division in double: replayed one step at a
-    // time, the results must agree to the last bit.
-    for (int m : {1, 2, 3, 4, 5, 7, 8, 12, 64, 100, 512, 1000, 1023}) {
+    // time, the results must agree to the last bit. Signals near the
+    // smallest normal float check the overlap-add where float and double
+    // rounding could part.
+    const float amplitudes[] = {1.0f, 3e-38f};
+    const int sizes[] = {1, 2, 3, 4, 5, 7, 8, 12, 64, 100, 512, 1000, 1023};
+    for (size_t i = 0; i < 2 * std::size(sizes); ++i) {
+        const int m = sizes[i / 2];
+        const float amplitude = amplitudes[i % 2];
         Proc proc(m);
         ReplayPlans replay(m);
         float *b = replay.buf;
         auto w = freqWindow(m);
-        auto x = UniformNoise(2 * m, 600 + m);
+        auto x = UniformNoise(2 * m, 600 + m, amplitude);
 
         std::vector<float> re, im;
         directOnce(proc, w, x, m, re, im);
@@ -285,7 +292,7 @@ TEST(FMCLTPrecision, EveryStepRoundsWhereItShould)
             ASSERT_EQ(im[k], b[2 * k] + b[2 * k + 3]) << "M=" << m << " k=" << k;
         }
 
-        auto overlap = UniformNoise(m, 700 + m);
+        auto overlap = UniformNoise(m, 700 + m, amplitude);
         std::vector<float> out(m), ov = overlap;
         TOLV_FMCLTInverse(proc.p, re.data(), im.data(), out.data(), ov.data(),
                           w.data());
