@@ -112,6 +112,13 @@ void pairBins(const float *buf, float *real, float *imaginary, int m)
     }
 }
 
+// A real end bin of the inverse: the float sum scaled in double, rounded,
+// then given the gain t in float.
+float endBin(float sum, double gain, float t)
+{
+    return static_cast<float>(static_cast<double>(sum) * gain) * t;
+}
+
 // Inner bins of the inverse, k + 1 for k below m - 1:
 // conj(W[k + 1]) (X[k] - j X[k + 1]) / 4, then the gain t.
 void unpairBins(const float *real, const float *imaginary,
@@ -318,15 +325,10 @@ extern "C" TOLV_API void TOLV_FMCLTInverse(_TOLV_FMCLTPROC *proc,
 
     // DC and Nyquist are real; their fixed phases are those of the window
     // for M a multiple of four.
-    buf[0] = static_cast<float>(
-                 static_cast<double>(real[0] + imaginary[0]) * kEndBinGain) *
-             t;
+    buf[0] = endBin(real[0] + imaginary[0], kEndBinGain, t);
     buf[1] = 0.0f * t;
     unpairBins(real, imaginary, window, buf, m, t);
-    buf[2 * m] = static_cast<float>(static_cast<double>(real[m - 1] +
-                                                        imaginary[m - 1]) *
-                                    -kEndBinGain) *
-                 t;
+    buf[2 * m] = endBin(real[m - 1] + imaginary[m - 1], -kEndBinGain, t);
     buf[2 * m + 1] = 0.0f * t;
 
     fftwf_execute_dft_c2r(proc->inversePlan, asComplex(buf), buf);
