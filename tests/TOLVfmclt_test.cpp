@@ -57,28 +57,6 @@ struct Frame {
     std::vector<double> re, im;
 };
 
-// The direct transform step by step in double: the DFT of the two blocks,
-// the orthonormal gain, the window's rotation and the bin pair j V + V'.
-Frame stepwiseDirect(const std::vector<float> &x, const TOLV_COMPLEX *w,
-                     int m)
-{
-    std::vector<cd> v(m + 1);
-    const double s = std::sqrt(1.0 / (2.0 * m));
-    for (int k = 0; k <= m; ++k) {
-        cd u = 0.0;
-        for (int n = 0; n < 2 * m; ++n)
-            u += static_cast<double>(x[n]) * twiddle(static_cast<long>(n) * k, m);
-        v[k] = s * u * cd(w[k].re, w[k].im);
-    }
-    Frame f{std::vector<double>(m), std::vector<double>(m)};
-    for (int k = 0; k < m; ++k) {
-        const cd X = cd(0.0, 1.0) * v[k] + v[k + 1];
-        f.re[k] = X.real();
-        f.im[k] = X.imag();
-    }
-    return f;
-}
-
 // The lapped transform by its definition: sine window h and the modulated
 // cosine and sine kernels.
 Frame definitionDirect(const std::vector<float> &x, int m)
@@ -173,23 +151,6 @@ void directOnce(const Proc &proc, const std::vector<TOLV_COMPLEX> &w,
     TOLV_FMCLTDirect(proc.p, re.data(), im.data(), next.data(),
                      previous.data(), w.data());
     EXPECT_EQ(previous, next) << "the state must advance to the new block";
-}
-
-TEST(FMCLTDirect, MatchesTheStepsInDoubleAtEverySize)
-{
-    for (int m : {1, 2, 3, 4, 5, 6, 7, 8, 12, 63, 64, 256}) {
-        Proc proc(m);
-        auto w = freqWindow(m);
-        auto x = UniformNoise(2 * m, 100 + m);
-        std::vector<float> re, im;
-        directOnce(proc, w, x, m, re, im);
-        Frame ref = stepwiseDirect(x, w.data(), m);
-        const double tol = 8e-8 * (1.0 + std::log2(2.0 * m)) * Norm2(x);
-        for (int k = 0; k < m; ++k) {
-            ASSERT_NEAR(re[k], ref.re[k], tol) << "M=" << m << " k=" << k;
-            ASSERT_NEAR(im[k], ref.im[k], tol) << "M=" << m << " k=" << k;
-        }
-    }
 }
 
 TEST(FMCLTDirect, EqualsTheWindowedModulatedSums)
