@@ -37,7 +37,8 @@ demo: build
 install: build
 	cmake --install $(BUILD)
 
-bench: deps
+bench:
+	@./scripts/deps.sh build bench
 	cmake -S . -B $(BUILD) -DTOLV_BENCHMARKS=ON
 	cmake --build $(BUILD) -j $(JOBS)
 	@for b in $(BUILD)/bench/*_bench; do echo "== $$b"; $$b; done

@@ -1,8 +1,18 @@
 #!/bin/sh
-# Installs the Debian packages the build needs, only when one is missing, so
-# repeated runs stay fast. Needs root the first time on a fresh machine.
+# Installs the Debian packages a target needs, only when one is missing, so
+# repeated runs stay fast. Needs root (or sudo) the first time on a fresh
+# machine. Usage: deps.sh [group ...], groups: build (default), bench.
 set -e
+groups="${*:-build}"
 pkgs="cmake g++ make pkg-config libgtest-dev libbenchmark-dev libfftw3-dev libkissfft-dev libwebrtc-audio-processing-dev"
+for g in $groups; do
+    case "$g" in
+    build) ;;
+    # Benchmark-only peers that throughput is set beside.
+    bench) pkgs="$pkgs libsamplerate0-dev libsoxr-dev libliquid-dev" ;;
+    *) echo "deps.sh: unknown group $g" >&2; exit 2 ;;
+    esac
+done
 missing=""
 for p in $pkgs; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"

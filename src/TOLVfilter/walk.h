@@ -1,0 +1,23 @@
+/*
+ * The frame walk shared by both run routines. A frame starts at p = start,
+ * start + step, ... and covers p .. p + numChannels - 1, for as long as
+ * p <= count - numChannels. Positions, the last start and the comparison
+ * are signed 32-bit although callers pass unsigned values, so a block
+ * shorter than one frame or a start past the end does nothing; the sum
+ * wraps instead of overflowing.
+ */
+#ifndef TOLV_FILTER_WALK_H
+#define TOLV_FILTER_WALK_H
+
+#include <stdint.h>
+
+template <class FrameFn>
+static inline void _WalkFrames(uint32_t count, uint32_t start, uint32_t step,
+                               int32_t numChannels, FrameFn frame)
+{
+    const int32_t last = (int32_t)(count - (uint32_t)numChannels);
+    for (uint32_t p = start; (int32_t)p <= last; p += step)
+        frame((int32_t)p);
+}
+
+#endif

@@ -1,0 +1,93 @@
+/*
+ * Set-up of the polyphase converter: a windowed-sinc low-pass designed on
+ * the grid of L times the input rate, split into L phase rows so that each
+ * output tick costs K = ceil((N + 1) / L) multiply-adds.
+ */
+#include <math.h>
+#include <stdlib.h>
+
+#include "resample.h"
+
+static const double PI = 3.141592653589793;
+static const double TWO_PI = 6.283185307179586;
+static const double FOUR_PI = 12.566370614359172;
+
+/* Half of the prototype length in units of max(L, M), unless the text says. */
+static int _ReadOrder(const char *config)
+{
+    int fallback = (int)KEELSETTINGS_GetIntEx(
+        NULL, "libtolv.resample.polyphase.order=30");
+    return KEELSTRING_GetIntegerValueFromString(config, "order", fallback);
+}
+
+/* Prototype of N + 1 taps followed by zeros up to a whole number of rows:
+ * a sinc cut at 0.95 of the lower Nyquist frequency under a Blackman window
+ * whose denominator is N + 1, with a gain of L so that each phase has about
+ * unit gain. The window is evaluated on the rising half and mirrored. */
+static double *_DesignPrototype(int32_t up, int32_t down, int32_t n)
+{
+    int32_t length = up + n + 1 - (n + 1) % up;
+    double *h = (double *)calloc((size_t)length, sizeof(double));
+    double cutoff = 0.95 * fmin(PI / up, PI / down);
+    int32_t half = n / 2;
+    for (int32_t i = 0; i < half; i++) {
+        double t = (double)(i - half);
+        double window = 0.08 * cos(i * FOUR_PI / (n + 1)) +
+                        (0.42 - 0.5 * cos(TWO_PI * i / (n + 1)));
+        double tap = (sin(cutoff * t) / (t * PI)) * (window * up);
+        h[i] = tap;
+        h[n - i] = tap;
+    }
+    /* The centre tap is the sinc's limit times the gain, not windowed. */
+    if (up > down)
+        h[half] = 0.95;
+    else
+        h[half] = (double)((float)up / (float)down) * 0.95;
+    return h;
+}
+
+void _PolyphaseResampleInit(_TOLV_RESAMPLE *handle, int inputRate,
+                            int outputRate, const char *config)
+{
+    handle->kind = TOLV_RESAMPLE_POLYPHASE;
+    int order = _ReadOrder(config);
+    bool compensate =
+        KEELSTRING_GetBooleanValueFromString(config, "delaycompensation", true);
+    if (order < 1) {
+        KEELDEBUG_TerminalError(-1, "TOLV_ResampleInit: Parametros invalidos");
+        handle->impl = NULL;
+        return;
+    }
+    _TOLV_POLYPHASE *s = (_TOLV_POLYPHASE *)calloc(1, sizeof(_TOLV_POLYPHASE));
+    int32_t g = _ResampleGcd(inputRate, outputRate);
+    int32_t up = outputRate / g;
+    int32_t down = inputRate / g;
+    /* The length wraps as a 32-bit product would. */
+    int32_t n = (int32_t)(uint32_t)(2u * (uint32_t)(up > down ? up : down) *
+                                    (uint32_t)order);
+
+    /* Group delay of N / 2 grid steps, in output frames. */
+    int32_t delay = (int32_t)roundf((float)n / ((float)down + (float)down));
+    s->flushRemaining = delay;
+    s->skipRemaining = compensate ? delay : 0;
+
+    double *h = _DesignPrototype(up, down, n);
+    int32_t taps = (n + 1) / up + ((n + 1) % up != 0 ? 1 : 0);
+    s->tapsPerPhase = taps;
+    s->delayLine = (double *)calloc((size_t)taps, sizeof(double));
+    s->phaseFilters = (double **)calloc((size_t)up, sizeof(double *));
+    for (int32_t p = 0; p < up; p++) {
+        double *row = (double *)calloc((size_t)taps, sizeof(double));
+        for (int32_t j = 0; j < taps && p + (int64_t)j * up <= n; j++)
+            row[j] = h[p + j * up];
+        s->phaseFilters[p] = row;
+    }
+    s->up = up;
+    s->down = down;
+    s->phase = 0;
+    s->writeIndex = 0;
+    s->staging = NULL;
+    s->stagingCapacity = 0;
+    free(h);
+    handle->impl = s;
+}
