@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "TOLVfft/dbscale.h"
 #include "spectral_test_support.h"
 #include "tolv.h"
 
@@ -116,6 +117,37 @@ TEST(PSDtoDB, FloatPathAgainstDoubleReference)
     for (int i = 0; i < 9; i++)
         EXPECT_TRUE(SameFloat(expected[i], got[i])) << odd[i] << ": " << got[i];
     EXPECT_NEAR(10.0 * log10((double)FLT_MIN), smallestNormalDb, 1e-4);
+}
+
+/* Four lanes and eight give the same bits, weighted or not, over ordinary
+ * and odd values, with a run that ends in a lone group of four. */
+TEST(PSDtoDB, LaneWidthsAgreeToTheBit)
+{
+    if (_TOLV_DbWidestLanes() != 8)
+        GTEST_SKIP() << "this processor has no eight-lane path";
+    const int end = 4 * 1001;
+    GuardedFloats psd(end, 0), curve(end, 0), four(end, 0), eight(end, 0);
+    std::mt19937 rng(11);
+    std::uniform_real_distribution<float> mantissa(1.0f, 2.0f);
+    std::uniform_int_distribution<int> exponent(-149, 127);
+    const float odd[] = {0.0f, -0.0f, -3.0f, NAN, INFINITY, -INFINITY,
+                         FLT_TRUE_MIN, FLT_MIN, FLT_MAX};
+    for (int i = 0; i < end; i++) {
+        psd[i] = i % 10 == 0 ? odd[(i / 10) % 9] : ldexpf(mantissa(rng), exponent(rng));
+        curve[i] = mantissa(rng) - 0.5f;
+    }
+    for (const float *weights : {(const float *)nullptr, (const float *)curve.data()}) {
+        for (float ref : {1.0f, 0.37f}) {
+            const _TOLV_DbArgs four4 = {psd.data(), four.data(), weights,
+                                        1.0f / 289.0f, ref, -150.0f};
+            _TOLV_DbArgs eight8 = four4;
+            eight8.db = eight.data();
+            _TOLV_DbVector(four4, end, 4);
+            _TOLV_DbVector(eight8, end, 8);
+            for (int i = 0; i < end; i++)
+                ASSERT_EQ(Bits(four[i]), Bits(eight[i])) << i << ": " << psd[i];
+        }
+    }
 }
 
 /* The floor applies to values that exist but are very small, in both paths. */

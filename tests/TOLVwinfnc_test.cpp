@@ -222,6 +222,7 @@ TEST(WindowNames, FromConfigurationText)
         {"window=Kaiser", 3, 0}, /* a present but unknown name: Rectangular */
         {"size=10", 7, 7},       /* absent key: the default */
         {"window=Blackman", 99, 6},
+        {"size=10", 42, 42}, /* no name for 42: a null default text */
     };
     for (const auto &c : cases)
         EXPECT_EQ(c.expected,
