@@ -31,6 +31,7 @@ TEST(FilterRun, HandWorkedOutputsToTheBit)
         // f32 sums with the w[n] term last: -1 + 2^-30 rounds away first.
         {"w[n] term last", false, {1, -1, e30}, {1}, {1, 1, 1}, {1, 0, 0}},
         {"feedback in tap order", false, {1}, {1, -1, e30}, {1, 0, -1}, {1, 1, -e30}},
+        {"feedback sums in f32", false, {1}, {1, e30, -1}, {1, 1, -1}, {1, 1, 0}},
         {"one section", true, {-1, 0.5, 1, 2, 1}, {}, {1, 0, 0, 0, 0}, {1, 3, 3.5f, 2, 0.25f}},
         {"no sections copies", true, {}, {}, {0.25f, -3, 7}, {0.25f, -3, 7}},
         {"state kept in f64", true, {-1, 0, 1, 0, 0}, {}, {1, e30, -1}, {1, 1, e30}},

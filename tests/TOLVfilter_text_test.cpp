@@ -210,7 +210,7 @@ TEST(CreateFilterText, FrequencyScalingOrderAndSelectivity)
     // The ratio in float arithmetic; with both stop edges the wider
     // transition band is narrowed to the other.
     const float a = 0.2f, b = 0.4f, bp1 = (((a + b) - 0.15f) - 0.15f) / (b - a),
-                bp2 = (0.45f - ((a - 0.45f) + b)) / (b - a), br1 = (b - a) / (((b - 0.25f) + a) - 0.25f),
+                bp2 = (0.5f - ((a - 0.5f) + b)) / (b - a), br1 = (b - a) / (((b - 0.25f) + a) - 0.25f),
                 br2 = (b - a) / (0.35f - ((a + b) - 0.35f));
     const struct {
         int type;
@@ -218,8 +218,8 @@ TEST(CreateFilterText, FrequencyScalingOrderAndSelectivity)
         float ratio;
     } cases[] = {
         {0, "fpass=0.2, fstop=0.3", 0.3f / a},   {1, "fpass=0.4, fstop=0.3", b / 0.3f},
-        {2, "fstop1=0.15, fstop2=0.5", bp1},     {2, "fstop1=0.1, fstop2=0.45", bp2},
-        {2, "fstop1=0.15", bp1},                 {2, "fstop2=0.45", bp2},
+        {2, "fstop1=0.15, fstop2=0.5", bp1},     {2, "fstop1=0.05, fstop2=0.5", bp2},
+        {2, "fstop1=0.15", bp1},                 {2, "fstop2=0.5", bp2},
         {3, "fstop1=0.25, fstop2=0.3", br1},     {3, "fstop1=0.3, fstop2=0.35", br2},
         {3, "fstop1=0.25", br1},                 {3, "fstop2=0.35", br2},
     };
