@@ -1,17 +1,10 @@
-/*
- * Filter run-time: both forms against hand-worked outputs whose last bit
- * depends on the order of the arithmetic, against a plain double-precision
- * evaluation of the same difference equations, and the frame walk: blocks,
- * channels, strides and buffers shared between input and output.
- */
-#include "TOLVfilter/filter.h"
-
+// Filter run-time and memories: both forms to the last bit against
+// hand-worked outputs and a section-by-section evaluation, streams cut into
+// blocks, the frame walk (channels, strides, shared buffers), reset, updates,
+// the copies between rings of unequal size, refusals and messages.
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstdint>
-#include <cstring>
-#include <memory>
+#include <cstdlib>
 #include <vector>
 
 #include "filter_test_util.h"
@@ -21,313 +14,363 @@ namespace {
 const float e30 = std::ldexp(1.0f, -30);
 const double e60 = std::ldexp(1.0, -60);
 
-struct HandCase {
-    const char *name;
-    bool sections; // b holds biquad records, a is unused
-    std::vector<double> b, a;
-    std::vector<float> x, y;
-};
-
-const HandCase kHandCases[] = {
-    {"PureGain", false, {3}, {2}, {1, -2, 0.5f}, {1.5f, -3, 0.75f}},
-    {"A0ScalesB0Too", false, {2, 4}, {2, -1}, {1, 0, 0, 0},
-     {1, 2.5f, 1.25f, 0.625f}},
-    {"QuotientsInF64", false, {0.1}, {0.3}, {1}, {0.333333343f}},
-    {"Fir", false, {1, 2, 3}, {1}, {1, 0, 0, 0}, {1, 2, 3, 0}},
-    {"NumeratorLonger", false, {1, 0, 0, 1}, {1, -0.5}, {1, 0, 0, 0, 0},
-     {1, 0.5f, 0.25f, 1.125f, 0.5625f}},
-    {"DenominatorLonger", false, {1}, {1, 0, -0.5}, {1, 0, 0, 0, 0},
-     {1, 0, 0.5f, 0, 0.25f}},
-    // f32 sums with the w[n] term last: -1 + 2^-30 rounds away first.
-    {"WnTermLast", false, {1, -1, e30}, {1}, {1, 1, 1}, {1, 0, 0}},
-    {"FeedbackInTapOrder", false, {1}, {1, -1, e30}, {1, 0, -1},
-     {1, 1, -e30}},
-    {"OneSection", true, {-1, 0.5, 1, 2, 1}, {}, {1, 0, 0, 0, 0},
-     {1, 3, 3.5f, 2, 0.25f}},
-    {"NoSectionsCopies", true, {}, {}, {0.25f, -3, 7}, {0.25f, -3, 7}},
-    {"StateKeptInF64", true, {-1, 0, 1, 0, 0}, {}, {1, e30, -1},
-     {1, 1, e30}},
-    {"F32BetweenSections", true, {0, 0, 1, e30, 0, 0, 0, 1, -1, 0}, {},
-     {1, 1}, {1, 0}},
-    // t = (v - a1 w1) - a2 w2 and y = (b1 w1 + b0 t) + b2 w2, where another
-    // grouping would lose the 2^-60 term to cancellation.
-    {"TGrouping", true, {-1, -e60, 1, 0, 0}, {}, {1, 0, -1},
-     {1, 1, (float)e60}},
-    {"YGrouping", true, {0, 0, 1, 1, e60}, {}, {1, 1, -1},
-     {1, 2, (float)e60}},
-};
-
-class HandWorked : public ::testing::TestWithParam<HandCase> {};
-
-TEST_P(HandWorked, ExactOutput)
+TEST(FilterRun, HandWorkedOutputsToTheBit)
 {
-    const HandCase &k = GetParam();
-    FilterPtr f = k.sections ? Biquads(1, k.b) : Coefs(1, k.b, k.a);
-    EXPECT_EQ(Bits(Filtered(f.get(), k.x)), Bits(k.y));
+    const struct {
+        const char *name;
+        bool sections; // b holds biquad records, a is unused
+        std::vector<double> b, a;
+        std::vector<float> x, y;
+    } cases[] = {
+        {"pure gain", false, {3}, {2}, {1, -2, 0.5f}, {1.5f, -3, 0.75f}},
+        {"a0 scales b0 too", false, {2, 4}, {2, -1}, {1, 0, 0, 0}, {1, 2.5f, 1.25f, 0.625f}},
+        {"quotients in f64", false, {0.1}, {0.3}, {1}, {0.333333343f}},
+        {"fir", false, {1, 2, 3}, {1}, {1, 0, 0, 0}, {1, 2, 3, 0}},
+        {"b longer", false, {1, 0, 0, 1}, {1, -0.5}, {1, 0, 0, 0, 0}, {1, 0.5f, 0.25f, 1.125f, 0.5625f}},
+        {"a longer", false, {1}, {1, 0, -0.5}, {1, 0, 0, 0, 0}, {1, 0, 0.5f, 0, 0.25f}},
+        // f32 sums with the w[n] term last: -1 + 2^-30 rounds away first.
+        {"w[n] term last", false, {1, -1, e30}, {1}, {1, 1, 1}, {1, 0, 0}},
+        {"feedback in tap order", false, {1}, {1, -1, e30}, {1, 0, -1}, {1, 1, -e30}},
+        {"feedback sums in f32", false, {1}, {1, e30, -1}, {1, 1, -1}, {1, 1, 0}},
+        {"one section", true, {-1, 0.5, 1, 2, 1}, {}, {1, 0, 0, 0, 0}, {1, 3, 3.5f, 2, 0.25f}},
+        {"no sections copies", true, {}, {}, {0.25f, -3, 7}, {0.25f, -3, 7}},
+        {"state kept in f64", true, {-1, 0, 1, 0, 0}, {}, {1, e30, -1}, {1, 1, e30}},
+        {"f32 between sections", true, {0, 0, 1, e30, 0, 0, 0, 1, -1, 0}, {}, {1, 1}, {1, 0}},
+        // t = (v - a1 w1) - a2 w2 and y = (b1 w1 + b0 t) + b2 w2: another
+        // grouping would lose the 2^-60 term to cancellation.
+        {"t grouping", true, {-1, -e60, 1, 0, 0}, {}, {1, 0, -1}, {1, 1, (float)e60}},
+        {"y grouping", true, {0, 0, 1, 1, e60}, {}, {1, 1, -1}, {1, 2, (float)e60}},
+    };
+    for (const auto &k : cases)
+        EXPECT_EQ(Bits(Filtered((k.sections ? Biquads(1, k.b) : Coefs(1, k.b, k.a)).get(), k.x)),
+                  Bits(k.y))
+            << k.name;
 }
 
-INSTANTIATE_TEST_SUITE_P(Filter, HandWorked, ::testing::ValuesIn(kHandCases),
-                         [](const auto &info) { return info.param.name; });
-
-/* Plain double evaluation, one channel at a time, with shifted histories. */
-std::vector<double> ReferenceDF2(const std::vector<double> &b,
-                                 const std::vector<double> &a,
-                                 const std::vector<float> &x, int M, int c)
+// A stream through TOLV_Filter in blocks of random whole frames, empty ones
+// included.
+std::vector<float> InBlocks(_TOLV_FILTER *f, const std::vector<float> &x, int M)
 {
-    std::vector<double> w(std::max(b.size(), a.size()), 0.0), y;
-    for (size_t p = c; p < x.size(); p += M) {
-        double wn = x[p];
-        for (size_t k = 1; k < a.size(); k++)
-            wn -= a[k] * w[k - 1];
-        double yn = b[0] * wn;
-        for (size_t k = 1; k < b.size(); k++)
-            yn += b[k] * w[k - 1];
-        w.insert(w.begin(), wn);
-        w.pop_back();
-        y.push_back(yn);
-    }
-    return y;
-}
-
-/* Section after section over a whole channel, rather than frame after
- * frame through a ring. With `rounded`, each section's output is rounded to
- * f32 and its sums grouped as the cascade defines them, which must match to
- * the bit; without, it is a plain double evaluation. */
-std::vector<double> ReferenceSOS(const std::vector<double> &q,
-                                 const std::vector<float> &x, int M, int c,
-                                 bool rounded)
-{
-    std::vector<double> y;
-    for (size_t p = c; p < x.size(); p += M)
-        y.push_back(x[p]);
-    for (size_t s = 0; s < q.size() / 5; s++) {
-        const double *k = &q[5 * s];
-        double w1 = 0, w2 = 0;
-        for (double &v : y) {
-            const double w = (v - k[0] * w1) - k[1] * w2;
-            v = (k[3] * w1 + k[2] * w) + k[4] * w2;
-            if (rounded)
-                v = (float)v;
-            w2 = w1;
-            w1 = w;
-        }
-    }
-    return y;
-}
-
-class AgainstDouble : public ::testing::TestWithParam<int> {};
-
-TEST_P(AgainstDouble, DirectForm)
-{
-    const int M = GetParam();
-    // Two resonances at radius 0.9, multiplied out to order 4.
-    const std::vector<double> a = Rounded({1, -0.9, 1.26, -0.729, 0.6561});
-    const std::vector<double> b = Rounded({0.02, -0.01, 0.05, 0.1, 0.05});
-    const std::vector<float> x = Noise(2000 * M, 7);
-    FilterPtr f = Coefs(M, b, a);
-    const std::vector<float> y = Filtered(f.get(), x);
-    for (int c = 0; c < M; c++) {
-        const std::vector<double> ref = ReferenceDF2(b, a, x, M, c);
-        for (size_t n = 0; n < ref.size(); n++)
-            ASSERT_NEAR(y[n * M + c], ref[n], 2e-5) << "channel " << c;
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Filter, AgainstDouble, ::testing::Values(1, 2, 3));
-
-/* Random stable sections: poles of radius 0.5 to 0.9, modest numerators. */
-std::vector<double> RandomSections(int S, uint32_t seed)
-{
-    const std::vector<float> u = Noise(5 * S, seed);
-    std::vector<double> q;
-    for (int s = 0; s < S; s++) {
-        const double r = 0.7 + 0.2 * u[5 * s], th = 1.6 + 1.5 * u[5 * s + 1];
-        q.insert(q.end(), {-2 * r * std::cos(th), r * r, (1 - r) * u[5 * s + 2],
-                           (1 - r) * u[5 * s + 3], (1 - r) * u[5 * s + 4]});
-    }
-    return q;
-}
-
-/* Cascades of any size and channel count, the stream cut into blocks. */
-class Cascade : public ::testing::TestWithParam<std::pair<int, int>> {};
-
-TEST_P(Cascade, MatchesSectionBySectionEvaluation)
-{
-    const auto [M, S] = GetParam();
-    const std::vector<double> q = RandomSections(S, 40 + S);
-    const std::vector<float> x = Noise(1000 * M, 8);
-    FilterPtr f = Biquads(M, q);
-    std::vector<float> y(x.size());
+    std::vector<float> y(x.size(), NAN);
+    uint32_t seed = 1;
     for (size_t at = 0, n = 0; at < x.size(); at += n) {
-        n = std::min(x.size() - at, (size_t)M * (1 + at / M * 7 % 61));
-        TOLV_Filter(f.get(), x.data() + at, y.data() + at, (uint32_t)n);
+        seed = seed * 1103515245u + 12345u;
+        n = std::min((size_t)(seed >> 16) % 97 * M, x.size() - at);
+        EXPECT_EQ(TOLV_Filter(f, x.data() + at, y.data() + at, n), 1);
     }
-    for (int c = 0; c < M; c++) {
-        const std::vector<double> exact = ReferenceSOS(q, x, M, c, true);
-        const std::vector<double> plain = ReferenceSOS(q, x, M, c, false);
-        for (size_t n = 0; n < exact.size(); n++) {
-            ASSERT_EQ(Bits({y[n * M + c]}), Bits({(float)exact[n]}))
-                << "channel " << c << " frame " << n;
-            ASSERT_NEAR(y[n * M + c], plain[n], 1e-5 * std::fabs(plain[n]) + 1e-6);
-        }
-    }
+    return y;
 }
 
-// 64 channels of 8 sections take the frame-by-frame walk, the others the
-// skewed one.
-INSTANTIATE_TEST_SUITE_P(Filter, Cascade,
-                         ::testing::Values(std::pair{1, 1}, std::pair{1, 2},
-                                           std::pair{1, 8}, std::pair{2, 8},
-                                           std::pair{3, 5}, std::pair{64, 8}));
-
-/* The walk, per form: blocks, channels, strides, shared buffers. */
-struct Form {
-    const char *name;
-    FilterPtr (*make)(int M);
-};
-
-const Form kForms[] = {
-    {"DirectForm",
-     [](int M) {
-         return Coefs(M, {0.2, -0.1, 0.3, 0.05}, {1.5, -0.9, 0.4, -0.1});
-     }},
-    {"Sections", [](int M) {
-         return Biquads(M, {-1.2, 0.81, 0.5, 0.3, 0.2, 0.3, 0.81, 1.1, -0.4,
-                            0.7});
-     }},
-};
-
-class Walk : public ::testing::TestWithParam<Form> {};
-
-/* Cut at any frame boundary, including empty blocks, a stream comes out
- * the same to the bit. */
-TEST_P(Walk, BlockCutsDoNotShowInTheStream)
+// Cascades against a section-after-section evaluation of each channel. One
+// section, and 64 channels of 8, take the frame-by-frame walk; the others
+// the skewed one.
+TEST(FilterRun, CascadeStreamAgainstSectionBySection)
 {
-    for (int M : {1, 2, 3}) {
-        const std::vector<float> x = Noise(1500 * M, 11);
-        FilterPtr whole = GetParam().make(M);
-        const std::vector<float> ref = Filtered(whole.get(), x);
-        for (uint32_t seed : {1u, 2u, 3u}) {
-            FilterPtr f = GetParam().make(M);
-            std::vector<float> y(x.size(), NAN);
-            size_t at = 0;
-            while (at < x.size()) {
-                seed = seed * 1103515245u + 12345u;
-                const size_t frames = (seed >> 16) % 97;
-                const size_t n = std::min(frames * M, x.size() - at);
-                ASSERT_EQ(TOLV_Filter(f.get(), x.data() + at, y.data() + at,
-                                      (uint32_t)n), 1);
-                at += n;
+    for (auto [M, S] : {std::pair{1, 1}, {1, 8}, {3, 5}, {64, 8}}) {
+        const std::vector<float> u = UniformNoise(5 * S, 40 + S), x = UniformNoise(1000 * M, 8);
+        std::vector<double> q;
+        for (int s = 0; s < S; s++) {
+            const double r = 0.7 + 0.2 * u[5 * s], th = 1.6 + 1.5 * u[5 * s + 1];
+            q.insert(q.end(), {-2 * r * std::cos(th), r * r, (1 - r) * u[5 * s + 2],
+                               (1 - r) * u[5 * s + 3], (1 - r) * u[5 * s + 4]});
+        }
+        const std::vector<float> y = InBlocks(Biquads(M, q).get(), x, M);
+        for (int c = 0; c < M; c++) {
+            std::vector<float> v, got;
+            for (size_t p = c; p < x.size(); p += M) {
+                v.push_back(x[p]);
+                got.push_back(y[p]);
             }
-            ASSERT_EQ(Bits(y), Bits(ref)) << M << " channels, cuts " << seed;
+            for (int s = 0; s < S; s++) {
+                const double *k = &q[5 * s];
+                double w1 = 0, w2 = 0;
+                for (float &vn : v) {
+                    const double w = (vn - k[0] * w1) - k[1] * w2;
+                    vn = (float)((k[3] * w1 + k[2] * w) + k[4] * w2);
+                    w2 = w1;
+                    w1 = w;
+                }
+            }
+            ASSERT_EQ(Bits(got), Bits(v)) << M << " channels, " << S << " sections";
         }
     }
 }
 
-/* Each channel of an interleaved block is filtered on its own, as a
- * one-channel filter would; such a filter can also take one channel of the
- * block in place through a stride, leaving the other one alone. */
-TEST_P(Walk, ChannelsAreIndependent)
+// The walk, per form.
+using Maker = FilterPtr (*)(int M);
+const Maker kForms[] = {
+    [](int M) { return Coefs(M, {0.2, -0.1, 0.3, 0.05}, {1.5, -0.9, 0.4, -0.1}); },
+    [](int M) { return Biquads(M, {-1.2, 0.81, 0.5, 0.3, 0.2, 0.3, 0.81, 1.1, -0.4, 0.7}); },
+};
+class Walk : public ::testing::TestWithParam<Maker> {};
+
+// Each channel of an interleaved block is filtered on its own, also by a
+// one-channel filter taking it through a stride, in place; a stream cut into
+// blocks comes out the same.
+TEST_P(Walk, ChannelsStridesAndSharedBuffers)
 {
-    const std::vector<float> x = Noise(2 * 800, 12);
-    std::vector<float> left, right;
+    const std::vector<float> x = UniformNoise(2 * 800, 12);
+    std::vector<float> left, right, inPlace = x, strided = x;
     for (size_t i = 0; i < x.size(); i += 2) {
         left.push_back(x[i]);
         right.push_back(x[i + 1]);
     }
-    FilterPtr stereo = GetParam().make(2);
-    const std::vector<float> y = Filtered(stereo.get(), x);
-    const std::vector<float> yl = Filtered(GetParam().make(1).get(), left);
-    const std::vector<float> yr = Filtered(GetParam().make(1).get(), right);
+    const std::vector<float> y = Filtered(GetParam()(2).get(), x);
+    const std::vector<float> yl = Filtered(GetParam()(1).get(), left);
+    const std::vector<float> yr = Filtered(GetParam()(1).get(), right);
+    TOLV_Filter(GetParam()(2).get(), inPlace.data(), inPlace.data(), x.size());
+    EXPECT_EQ(TOLV_FilterEx(GetParam()(1).get(), strided.data(), strided.data(), x.size(), 1, 2), 1);
+    EXPECT_EQ(Bits(inPlace), Bits(y));
+    EXPECT_EQ(Bits(InBlocks(GetParam()(2).get(), x, 2)), Bits(y));
     for (size_t n = 0; n < yl.size(); n++) {
-        ASSERT_EQ(Bits({y[2 * n]}), Bits({yl[n]}));
-        ASSERT_EQ(Bits({y[2 * n + 1]}), Bits({yr[n]}));
+        ASSERT_EQ(Bits({y[2 * n], y[2 * n + 1]}), Bits({yl[n], yr[n]}));
+        ASSERT_EQ(Bits({strided[2 * n], strided[2 * n + 1]}), Bits({x[2 * n], yr[n]}));
     }
-    std::vector<float> buf = x;
-    FilterPtr mono = GetParam().make(1);
-    EXPECT_EQ(TOLV_FilterEx(mono.get(), buf.data(), buf.data(),
-                            (uint32_t)buf.size(), 1, 2), 1);
-    for (size_t n = 0; n < yl.size(); n++) {
-        ASSERT_EQ(Bits({buf[2 * n]}), Bits({x[2 * n]}));
-        ASSERT_EQ(Bits({buf[2 * n + 1]}), Bits({yr[n]}));
-    }
-}
-
-TEST_P(Walk, InputAndOutputMayBeOneBuffer)
-{
-    const std::vector<float> x = Noise(3 * 500, 13);
-    const std::vector<float> ref = Filtered(GetParam().make(3).get(), x);
-    std::vector<float> buf = x;
-    FilterPtr f = GetParam().make(3);
-    TOLV_Filter(f.get(), buf.data(), buf.data(), (uint32_t)buf.size());
-    EXPECT_EQ(Bits(buf), Bits(ref));
-}
-
-/* With the output one element ahead of the input, each frame reads what
- * the frame before it wrote, just as frame-at-a-time calls would. */
-TEST_P(Walk, OutputAheadOfInputFeedsBack)
-{
-    const std::vector<float> x = Noise(300, 15);
+    // With the output one element ahead, each frame reads what the one
+    // before it wrote, as frame-at-a-time calls would.
     std::vector<float> whole = x, single = x;
-    FilterPtr f = GetParam().make(1), g = GetParam().make(1);
-    TOLV_Filter(f.get(), whole.data(), whole.data() + 1, 299);
+    TOLV_Filter(GetParam()(1).get(), whole.data(), whole.data() + 1, 299);
+    FilterPtr g = GetParam()(1);
     for (size_t p = 0; p < 299; p++)
         TOLV_Filter(g.get(), single.data() + p, single.data() + p + 1, 1);
     EXPECT_EQ(Bits(whole), Bits(single));
 }
 
-/* Blocks the walk does not enter leave the output and the state as they
- * were; only whole frames are filtered. */
+// Only whole frames from start are touched; a walk that does not enter
+// leaves output and state as they were. Null arguments are refused.
 TEST_P(Walk, OnlyWholeFramesFromStartAreTouched)
 {
     const int M = 2;
-    const std::vector<float> x = Noise(21, 14);
-    const std::vector<float> full = Filtered(GetParam().make(M).get(), x);
-    struct Call {
-        uint32_t count, start, step;
-        size_t firstTouched, endTouched;
+    const std::vector<float> x = UniformNoise(21, 14);
+    const struct {
+        uint32_t count, start;
+        size_t first, end; // elements written
     } calls[] = {
-        {1, 0, 2, 0, 0},           // shorter than a frame
-        {21, 20, 2, 0, 0},         // start past the last frame
-        {0xFFFFFFFFu, 0, 2, 0, 0}, // count - M is negative as signed
-        {21, 0, 2, 0, 20},         // trailing half frame skipped
-        {21, 19, 2, 19, 21},       // a frame may start at any element
-        {21, 4, 2, 4, 20},
+        {1, 0, 0, 0},           // shorter than a frame
+        {21, 20, 0, 0},         // start past the last frame
+        {0xFFFFFFFFu, 0, 0, 0}, // count - M is negative as signed
+        {21, 0, 0, 20},         // trailing half frame skipped
+        {21, 19, 19, 21},       // a frame may start at any element
     };
-    for (const Call &k : calls) {
-        FilterPtr f = GetParam().make(M);
-        std::vector<float> y(x.size(), -7.0f);
-        EXPECT_EQ(TOLV_FilterEx(f.get(), x.data(), y.data(), k.count, k.start,
-                                k.step), 1);
-        std::vector<float> expect(x.size(), -7.0f);
-        if (k.endTouched > 0) {
-            // Starting late is a fresh filter on the later samples.
-            std::vector<float> tail(x.begin() + k.firstTouched, x.end());
-            const std::vector<float> yt = Filtered(GetParam().make(M).get(), tail);
-            std::copy(yt.begin(), yt.begin() + (k.endTouched - k.firstTouched),
-                      expect.begin() + k.firstTouched);
-        }
+    for (const auto &k : calls) {
+        FilterPtr f = GetParam()(M);
+        std::vector<float> y(x.size(), -7.0f), expect = y;
+        EXPECT_EQ(TOLV_FilterEx(f.get(), x.data(), y.data(), k.count, k.start, M), 1);
+        // Starting late is a fresh filter on the later samples.
+        const std::vector<float> tail(x.begin() + k.first, x.end());
+        const std::vector<float> yt = Filtered(GetParam()(M).get(), tail);
+        std::copy(yt.begin(), yt.begin() + (k.end - k.first), expect.begin() + k.first);
         EXPECT_EQ(Bits(y), Bits(expect)) << k.count << " " << k.start;
-        if (k.endTouched == 0) { // nothing ran: the state is still fresh
-            EXPECT_EQ(Bits(Filtered(f.get(), x)), Bits(full));
+        if (k.end == 0) {
+            EXPECT_EQ(Bits(Filtered(f.get(), x)), Bits(Filtered(GetParam()(M).get(), x)));
         }
     }
-}
-
-TEST_P(Walk, NullArgumentsAreRefused)
-{
-    FilterPtr f = GetParam().make(1);
+    FilterPtr f = GetParam()(1);
     std::vector<float> buf(4, 1.0f);
-    EXPECT_EQ(TOLV_Filter(nullptr, buf.data(), buf.data(), 4), 0);
-    EXPECT_EQ(TOLV_Filter(f.get(), nullptr, buf.data(), 4), 0);
-    EXPECT_EQ(TOLV_Filter(f.get(), buf.data(), nullptr, 4), 0);
-    EXPECT_EQ(TOLV_FilterEx(nullptr, buf.data(), buf.data(), 4, 0, 1), 0);
-    EXPECT_EQ(TOLV_FilterEx(f.get(), nullptr, buf.data(), 4, 0, 1), 0);
-    EXPECT_EQ(TOLV_FilterEx(f.get(), buf.data(), nullptr, 4, 0, 1), 0);
+    for (int i = 0; i < 3; i++) {
+        float *in = i == 1 ? nullptr : buf.data(), *out = i == 2 ? nullptr : buf.data();
+        EXPECT_EQ(TOLV_Filter(i ? f.get() : nullptr, in, out, 4), 0);
+        EXPECT_EQ(TOLV_FilterEx(i ? f.get() : nullptr, in, out, 4, 0, 1), 0);
+    }
     EXPECT_EQ(buf, std::vector<float>(4, 1.0f));
 }
 
-INSTANTIATE_TEST_SUITE_P(Filter, Walk, ::testing::ValuesIn(kForms),
-                         [](const auto &info) { return info.param.name; });
+INSTANTIATE_TEST_SUITE_P(Filter, Walk, ::testing::ValuesIn(kForms));
+
+const std::vector<double> kB = {0.2, -0.1, 0.3, 0.05}, kA = {1.5, -0.9, 0.4, -0.1};
+const std::vector<double> kQ = {-1.2, 0.81, 0.5, 0.3, 0.2, 0.3, 0.81, 1.1, -0.4, 0.7};
+
+TEST(FilterMemories, ResetAndUpdate)
+{
+    const std::vector<float> x1 = UniformNoise(2 * 77, 22), x2 = UniformNoise(2 * 50, 24);
+    for (bool sections : {false, true}) {
+        FilterPtr f = sections ? Biquads(2, kQ) : Coefs(2, kB, kA);
+        Filtered(f.get(), x1);
+        EXPECT_EQ(TOLV_ResetFilter(f.get()), 1);
+        EXPECT_EQ(Bits(Filtered(f.get(), x2)),
+                  Bits(Filtered((sections ? Biquads(2, kQ) : Coefs(2, kB, kA)).get(), x2)));
+    }
+    EXPECT_EQ(TOLV_ResetFilter(nullptr), 0);
+    // New coefficients take over at the next frame on the old memory: a
+    // filter with the new coefficients and a copy of the memory.
+    std::vector<double> q2 = kQ;
+    q2[2] = 0.8;
+    FilterPtr f = Biquads(2, kQ), twin = Biquads(2, kQ), moved = Biquads(2, q2);
+    Filtered(f.get(), x1);
+    Filtered(twin.get(), x1);
+    ASSERT_EQ(TOLV_CopyFilterMemories(moved.get(), twin.get()), 1);
+    EXPECT_EQ(TOLV_UpdateFilterBiquads(f.get(), 2, q2.data()), 1);
+    const std::vector<float> y = Filtered(f.get(), x2);
+    EXPECT_EQ(Bits(y), Bits(Filtered(moved.get(), x2)));
+    EXPECT_NE(Bits(y), Bits(Filtered(Biquads(2, q2).get(), x2)));
+}
+
+TEST(FilterMemories, BiquadCountRefusals)
+{
+    MessageLog log;
+    std::vector<double> big(5 * 65537, 0.0);
+    FilterPtr f = Biquads(1, kQ), twin = Biquads(1, kQ);
+    EXPECT_EQ(TOLV_CreateFilterFromBiquads(1, 1, nullptr), nullptr);
+    EXPECT_EQ(TOLV_UpdateFilterBiquads(f.get(), 2, nullptr), 0);
+    EXPECT_EQ(TOLV_UpdateFilterBiquads(f.get(), 1, big.data()), 0);
+    EXPECT_EQ(TOLV_UpdateFilterBiquads(Coefs(1, kB, kA).get(), 0, big.data()), 0);
+    EXPECT_TRUE(log.texts.empty());
+    EXPECT_EQ(TOLV_UpdateFilterBiquads(f.get(), 65537, big.data()), 0);
+    EXPECT_EQ(TOLV_CreateFilterFromBiquads(1, 65537, big.data()), nullptr);
+    const std::string tooMany = "TOLV_CreateFilterFromBiquads: Too many biquads (65537)\n";
+    EXPECT_EQ(log.texts, std::vector<std::string>(2, tooMany));
+    const std::vector<float> x = UniformNoise(200, 25); // coefficients untouched
+    EXPECT_EQ(Bits(Filtered(f.get(), x)), Bits(Filtered(twin.get(), x)));
+    big[2] = 1;
+    FilterPtr most = Own(TOLV_CreateFilterFromBiquads(1, 65536, big.data()));
+    ASSERT_NE(most, nullptr);
+    EXPECT_TRUE(SOS(most)->allocatedSections == 65536 && SOS(most)->numSections == 65536);
+    big[2] = 5; // the filter keeps its own records
+    EXPECT_EQ(SOS(most)->sections[2], 1.0);
+}
+
+TEST(FilterMemories, DirectFormCopies)
+{
+    // Equal orders: rows as they lie, and head restarts at the last row.
+    FilterPtr src = Coefs(2, kB, kA), dst = Coefs(2, kB, kA);
+    Filtered(src.get(), UniformNoise(2 * 3, 26));
+    ASSERT_EQ(DF(src)->head, 1);
+    EXPECT_EQ(TOLV_CopyFilterMemories(dst.get(), src.get()), 1);
+    EXPECT_EQ(DF(dst)->head, 3);
+    EXPECT_EQ(std::vector<float>(DF(dst)->memory, DF(dst)->memory + 8),
+              std::vector<float>(DF(src)->memory, DF(src)->memory + 8));
+    // A longer destination: the clear starts at four times the first
+    // uncopied row, so rows 1-3 keep their contents, 4-7 are cleared and the
+    // rest of the stretch lies past the ring (all of it for order 3).
+    const struct {
+        int M, order;
+        std::vector<float> ring;
+    } cases[] = {
+        {1, 7, {100, -2, -3, -4, 0, 0, 0, 0}},
+        {2, 9, {100, 101, -3, -4, -5, -6, -7, -8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {1, 3, {100, -2, -3, -4}},
+    };
+    for (const auto &k : cases) {
+        FilterPtr s = Coefs(k.M, {2}, {1}), d = Coefs(k.M, std::vector<double>(k.order + 1, 0.1), {1});
+        for (int i = 0; i < k.M; i++)
+            DF(s)->memory[i] = 100.0f + i;
+        for (size_t i = 0; i < k.ring.size(); i++)
+            DF(d)->memory[i] = -1.0f - i;
+        EXPECT_EQ(TOLV_CopyFilterMemories(d.get(), s.get()), 1);
+        EXPECT_EQ(std::vector<float>(DF(d)->memory, DF(d)->memory + k.ring.size()), k.ring);
+        EXPECT_EQ(DF(d)->head, k.order);
+    }
+    // A shorter destination takes the source's head of 5 over its order of
+    // 2. Frames on rows past the ring see rows 0 and 1 as history and store
+    // nothing the ring keeps, until head is back inside it.
+    FilterPtr longer = Coefs(1, std::vector<double>(8, 0.5), {1});
+    Filtered(longer.get(), {0, 0, 0});
+    DF(longer)->memory[0] = 2;
+    DF(longer)->memory[1] = 3;
+    FilterPtr shorter = Coefs(1, {0, 1, 10}, {1}), again = Coefs(1, {0, 1, 10}, {1});
+    EXPECT_EQ(TOLV_CopyFilterMemories(shorter.get(), longer.get()), 1);
+    EXPECT_EQ(TOLV_CopyFilterMemories(again.get(), shorter.get()), 1);
+    EXPECT_EQ(DF(again)->head, 5);
+    for (const FilterPtr *g : {&shorter, &again})
+        EXPECT_EQ(Filtered(g->get(), {1, 2, 3, 4, 5, 6}), (std::vector<float>{32, 32, 32, 32, 24, 45}));
+}
+
+TEST(FilterMemories, SectionCopies)
+{
+    // Equal counts carry ring and head over: the two go on as one.
+    FilterPtr src = Biquads(2, kQ), dst = Biquads(2, kQ);
+    Filtered(src.get(), UniformNoise(2 * 7, 27));
+    EXPECT_EQ(TOLV_CopyFilterMemories(dst.get(), src.get()), 1);
+    const std::vector<float> x = UniformNoise(2 * 100, 29);
+    EXPECT_EQ(Bits(Filtered(dst.get(), x)), Bits(Filtered(src.get(), x)));
+    // Rings marked base + slope * index, to see what each copy moves and
+    // clears. The clear for channel c starts at srcS + M c: for channel 0
+    // exactly the added sections, for later ones elsewhere in the row, and
+    // the last row's last clear runs past the ring.
+    const struct {
+        int M, srcS, dstS;
+        std::vector<double> row0, row3; // destination rows after the copy
+        int srcHead, head;
+    } cases[] = {
+        {2, 1, 3, {100, 0, 0, 0, 0, -6}, {106, 0, 0, 0, 0, -24}, 1, 1},
+        {3, 1, 2, {100, 0, 101, -4, 102, -6}, {109, 0, 110, -22, 111, -24}, 2, 2},
+        {2, 3, 1, {100, 103}, {118, 121}, 3, 3},
+        {2, 0, 2, {0, 0, 0, 0}, {0, 0, 0, 0}, 2, 0}, // no source sections: silence
+        {2, 2, 0, {}, {}, 2, 0},                     // no destination sections
+    };
+    for (const auto &k : cases) {
+        FilterPtr s = Biquads(k.M, std::vector<double>(5 * k.srcS, 0.0));
+        FilterPtr d = Biquads(k.M, std::vector<double>(5 * k.dstS, 0.0));
+        for (int i = 0; i < 4 * k.M * k.srcS; i++)
+            SOS(s)->memory[i] = 100 + i;
+        for (int i = 0; i < 4 * k.M * k.dstS; i++)
+            SOS(d)->memory[i] = -1 - i;
+        SOS(s)->head = k.srcHead;
+        SOS(d)->head = 1;
+        EXPECT_EQ(TOLV_CopyFilterMemories(d.get(), s.get()), 1);
+        const double *m = SOS(d)->memory;
+        const size_t row = k.row0.size();
+        EXPECT_EQ(std::vector<double>(m, m + row), k.row0);
+        EXPECT_EQ(std::vector<double>(m + 3 * row, m + 4 * row), k.row3);
+        EXPECT_EQ(SOS(d)->head, k.head);
+    }
+}
+
+TEST(FilterMemories, CopyRefusals)
+{
+    FilterPtr dst = Biquads(2, kQ), typed = Biquads(2, kQ), direct = Coefs(2, kB, kA),
+              mono = Biquads(1, kQ);
+    Filtered(dst.get(), UniformNoise(2 * 5, 30));
+    const std::vector<double> before(SOS(dst)->memory, SOS(dst)->memory + 16);
+    const int head = SOS(dst)->head;
+    typed->filterType = 1; // as a designed highpass
+    EXPECT_EQ(TOLV_CopyFilterMemories(nullptr, typed.get()), 0);
+    for (_TOLV_FILTER *src : {(_TOLV_FILTER *)nullptr, direct.get(), mono.get(), typed.get()})
+        EXPECT_EQ(TOLV_CopyFilterMemories(dst.get(), src), 0);
+    EXPECT_EQ(std::vector<double>(SOS(dst)->memory, SOS(dst)->memory + 16), before);
+    EXPECT_EQ(SOS(dst)->head, head);
+}
+
+int NotAFilter(_TOLV_FILTER *, const float *, float *, uint32_t, uint32_t, uint32_t) { return 1; }
+
+TEST(FilterMemories, DestroyMessages)
+{
+    MessageLog log;
+    EXPECT_EQ(TOLV_DestroyFilter(nullptr), 0);
+    _TOLV_FILTER *f = Biquads(1, kQ).release();
+    _DFIISOSstate *state = (_DFIISOSstate *)f->stateData;
+    f->stateData = nullptr;
+    EXPECT_EQ(TOLV_DestroyFilter(f), 1);
+    f = (_TOLV_FILTER *)calloc(1, sizeof(_TOLV_FILTER));
+    f->filterFn = NotAFilter;
+    f->stateData = state; // left allocated: freed here, once
+    EXPECT_EQ(TOLV_DestroyFilter(f), 1);
+    free(state->sections);
+    free(state->memory);
+    free(state);
+    EXPECT_EQ(log.texts, (std::vector<std::string>{"TOLV_DestroyFilter: Filter state is NULL!",
+                                                   "TOLV_DestroyFilter: Invalid filter type!"}));
+}
+
+// A negative channel count walks no channel: every object made with one can
+// be reset, copied into and destroyed without touching memory it does not own.
+TEST(FilterMemories, NegativeChannelCountsOwnEmptyRings)
+{
+    const double b[3] = {0.2, 0.4, 0.2}, a[3] = {1.0, -0.5, 0.1};
+    const double q[10] = {-1.2, 0.5, 0.1, 0.2, 0.1, -0.3, 0.1, 1.0, 2.0, 1.0};
+    for (int channels : {-1, -7}) {
+        FilterPtr f[] = {Own(TOLV_CreateFilterFromCoefs(channels, 3, b, 3, a)),
+                         Own(TOLV_CreateFilterFromCoefs(channels, 2, b, 3, a)),
+                         Own(TOLV_CreateFilterFromBiquads(channels, 2, q)),
+                         Own(TOLV_CreateFilterFromBiquads(channels, 1, q)),
+                         Own(TOLV_CreateFilter("order=4, fpass=0.25, nc=%d", channels))};
+        for (FilterPtr &g : f)
+            EXPECT_TRUE(g == nullptr || TOLV_ResetFilter(g.get()) == 1);
+        for (int i = 0; i < 4; i++) {
+            ASSERT_NE(f[i], nullptr);
+            EXPECT_EQ(TOLV_CopyFilterMemories(f[i].get(), f[i ^ 1].get()), 1);
+        }
+    }
+}
 
 } // namespace
