@@ -1,22 +1,19 @@
-/*
- * Helpers shared by the spectral-analysis tests: float comparison by bits,
- * 16-byte aligned buffers with guard values behind them, and a private
- * wisdom folder set before the library starts.
- */
+/* Helpers of the spectral-analysis tests: float bits, aligned buffers with
+ * guard values, message capture (noise and the wisdom guard come from the
+ * shared signal helpers). */
 #ifndef TOLV_SPECTRAL_TEST_SUPPORT_H
 #define TOLV_SPECTRAL_TEST_SUPPORT_H
 
-#include <errno.h>
 #include <math.h>
-#include <stdint.h>
-#include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 
 #include <string>
 #include <vector>
 
 #include <fftw3.h>
+
+#include "keel.h"
+#include "signal_test_support.h"
 
 namespace spectral_test {
 
@@ -27,82 +24,38 @@ inline uint32_t Bits(float value)
     return bits;
 }
 
-inline float FromBits(uint32_t bits)
-{
-    float value;
-    memcpy(&value, &bits, sizeof(value));
-    return value;
-}
-
-/* Same value to the bit, any NaN matching any NaN. */
-inline bool SameFloat(float a, float b)
-{
-    return (isnan(a) && isnan(b)) || Bits(a) == Bits(b);
-}
-
-/* Distance in units in the last place between two finite floats. */
-inline int64_t UlpDistance(float a, float b)
-{
-    auto ordered = [](float v) {
-        const int64_t bits = (int32_t)Bits(v);
-        return bits < 0 ? (int64_t)INT32_MIN - bits : bits;
-    };
-    const int64_t d = ordered(a) - ordered(b);
-    return d < 0 ? -d : d;
-}
-
-/* A float buffer from fftwf_malloc (so aligned as the FFT wants) with
- * `used` floats followed by guard floats, all preset to a marker. */
-class GuardedFloats {
-  public:
-    static constexpr float kMarker = -12345.5f;
+/* `used` floats from fftwf_malloc (aligned as the four-wide loops want) and
+ * `guard` more, all preset to a marker, so that the extent written shows. */
+struct GuardedFloats {
     GuardedFloats(size_t used, size_t guard = 16)
-        : size_(used + guard),
-          data_((float *)fftwf_malloc(sizeof(float) * (size_ ? size_ : 1)))
+        : size(used + guard), data((float *)fftwf_malloc(4 * size + 4))
     {
-        for (size_t i = 0; i < size_; i++)
-            data_[i] = kMarker;
+        std::fill(data, data + size, kMarker);
     }
-    ~GuardedFloats() { fftwf_free(data_); }
-    GuardedFloats(const GuardedFloats &) = delete;
-    GuardedFloats &operator=(const GuardedFloats &) = delete;
-    float *data() { return data_; }
-    float &operator[](size_t i) { return data_[i]; }
-    size_t size() const { return size_; }
-    /* One past the last index whose marker was overwritten. */
-    size_t WrittenExtent() const
+    ~GuardedFloats() { fftwf_free(data); }
+    float &operator[](size_t i) { return data[i]; }
+    size_t WrittenExtent() const /* one past the last marker overwritten */
     {
         size_t extent = 0;
-        for (size_t i = 0; i < size_; i++)
-            if (Bits(data_[i]) != Bits(kMarker))
-                extent = i + 1;
+        for (size_t i = 0; i < size; i++)
+            extent = Bits(data[i]) != Bits(kMarker) ? i + 1 : extent;
         return extent;
     }
-
-  private:
-    size_t size_;
-    float *data_;
+    static constexpr float kMarker = -12345.5f;
+    const size_t size;
+    float *const data;
 };
 
-/* Runs before the library's own start-up so that no test ever reads or
- * writes wisdom outside a private folder of the build tree: with
- * TOLV_TEST_TMP set, a fresh folder below it; otherwise no folder at all. */
-__attribute__((constructor(101), used)) static void PrivateWisdomFolder()
-{
-    const char *base = getenv("TOLV_TEST_TMP");
-    if (base == nullptr || *base == '\0' ||
-        (mkdir(base, 0700) != 0 && errno != EEXIST)) {
-        unsetenv("KEEL_DATA_PATH");
-        return;
+/* Every report while alive, as "level code text". */
+struct Messages {
+    Messages() { KEELDEBUG_SetMessageHandler(Collect, this); }
+    ~Messages() { KEELDEBUG_SetMessageHandler(nullptr, nullptr); }
+    static void Collect(int level, int code, const char *text, void *self)
+    {
+        ((Messages *)self)->lines.push_back(std::to_string(level) + " " + std::to_string(code) + " " + text);
     }
-    std::string pattern = std::string(base) + "/wisdom-XXXXXX";
-    std::vector<char> path(pattern.begin(), pattern.end());
-    path.push_back('\0');
-    if (mkdtemp(path.data()) != nullptr)
-        setenv("KEEL_DATA_PATH", path.data(), 1);
-    else
-        unsetenv("KEEL_DATA_PATH");
-}
+    std::vector<std::string> lines;
+};
 
 } // namespace spectral_test
 
