@@ -325,8 +325,9 @@ TEST(CreateFilterText, LargeOrdersAndHostileTexts)
           "approximation=ellip, fpass=0.2, fstop=0.2000001, As=40", "order=7, fpass=0.2, gain=nan",
           "order=-2147483648, fpass=0.2, As=40, fstop=0.3", "fs=nan, fpass=0.2, order=2"}) {
         FilterPtr f = Make(text);
-        if (f != nullptr && f->numChannels > 0)
+        if (f != nullptr && f->numChannels > 0) {
             EXPECT_TRUE(Filtered(f.get(), UniformNoise(64, 3)).size() == 64 && TOLV_ResetFilter(f.get()) == 1);
+        }
     }
 }
 
