@@ -40,7 +40,7 @@ test-tsan: deps
 	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTOLV_TSAN=ON \
 	      -DTOLV_EXAMPLES=OFF $(CMAKE_ARGS)
 	cmake --build $(TSAN_BUILD) -j $(JOBS)
-	TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/tsan.supp" \
+	TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
 	ctest --test-dir $(TSAN_BUILD) --output-on-failure -j $(JOBS)
 
 # libFuzzer targets (clang, its own build), each run FUZZ_SECONDS.
