@@ -93,12 +93,6 @@ void RunBlock(_TOLV_FILTER *filter, uint32_t seed)
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    QuietMessages();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     FuzzedDataProvider fuzz(data, size);

@@ -141,6 +141,7 @@ void CheckCase(const char *a, const char *b, uint64_t count)
  * nothing. */
 void CheckSettings(const char *key, const char *value)
 {
+    KEELSETTINGS_Clear(); /* the library's own defaults included */
     const bool named = strspn(key, " \t\r\n\v\f") < strlen(key);
     const int64_t before = KEELSETTINGS_GetIntEx(nullptr, "%s=[%d]", key, 41);
     const int64_t other = KEELSETTINGS_GetIntEx(nullptr, "%s=[%d]", key, -3);
@@ -162,13 +163,6 @@ void CheckSettings(const char *key, const char *value)
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    QuietMessages();
-    KEELSETTINGS_Clear();
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

@@ -85,12 +85,6 @@ void Stream(_TOLV_RESAMPLE *resampler, int in, int out, int frames,
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    QuietMessages();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     FuzzedDataProvider fuzz(data, size);
