@@ -1,11 +1,14 @@
 # Front door: `make test` and `make demo` work on a fresh Debian machine.
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 60
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 PREFIX     ?= /usr/local
 CMAKE_ARGS ?=
 
-.PHONY: all deps build test test-asan demo install bench clean
+.PHONY: all deps build test test-asan test-tsan fuzz demo install bench clean
 
 all: build
 
@@ -31,6 +34,24 @@ test-asan: deps
 	UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
 	ctest --test-dir $(ASAN_BUILD) --output-on-failure -j $(JOBS)
 
+# The suite again under ThreadSanitizer, with the thread stress programs of
+# tests/stress that only this build registers.
+test-tsan: deps
+	cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTOLV_TSAN=ON \
+	      -DTOLV_EXAMPLES=OFF $(CMAKE_ARGS)
+	cmake --build $(TSAN_BUILD) -j $(JOBS)
+	TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
+	ctest --test-dir $(TSAN_BUILD) --output-on-failure -j $(JOBS)
+
+# libFuzzer targets (clang, its own build), each run FUZZ_SECONDS.
+fuzz:
+	@./scripts/deps.sh build fuzz
+	cmake -S . -B $(FUZZ_BUILD) -DCMAKE_C_COMPILER=clang-14 \
+	      -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	      -DTOLV_FUZZ=ON -DTOLV_TESTS=OFF -DTOLV_EXAMPLES=OFF $(CMAKE_ARGS)
+	cmake --build $(FUZZ_BUILD) -j $(JOBS)
+	./fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
+
 demo: build
 	$(BUILD)/examples/tolv_demo
 
@@ -44,4 +65,4 @@ bench:
 	@for b in $(BUILD)/bench/*_bench; do echo "== $$b"; $$b; done
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD)

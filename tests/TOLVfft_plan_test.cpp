@@ -11,26 +11,12 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "fresh_process.h"
+#include "wisdom_file_support.h"
 
 namespace {
-
-std::string ReadFile(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-void WriteFile(const std::string &path, const std::string &bytes)
-{
-    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
-}
 
 /* Modification time, after optionally setting it to a fixed old moment. */
 long long MTime(const std::string &path, bool age = false)
@@ -40,25 +26,6 @@ long long MTime(const std::string &path, bool age = false)
         utimensat(AT_FDCWD, path.c_str(), old, 0);
     struct stat st;
     return stat(path.c_str(), &st) == 0 ? (long long)st.st_mtim.tv_sec : -1;
-}
-
-/* Plans one transform (so FFTW holds wisdom) and returns the wisdom text. */
-std::string PlanAndExport(int n)
-{
-    TOLV_FFTProcDestroy(TOLV_FFTProcCreate(n));
-    MutexLock(__FFTW_PlanLock);
-    char *text = fftwf_export_wisdom_to_string();
-    MutexUnlock(__FFTW_PlanLock);
-    std::string s = text ? text : "";
-    free(text);
-    return s;
-}
-
-std::string UsePath(const char *tag)
-{
-    std::string dir = MakeTempFolder(tag);
-    setenv("KEEL_DATA_PATH", dir.c_str(), 1);
-    return dir + "/brae.optimization";
 }
 
 } // namespace

@@ -43,14 +43,22 @@ namespace lanes4 {
 #undef _DB_LANES
 
 #define _DB_LANES 8
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((target("avx2"))), apply_to = function)
+#else
 #pragma GCC push_options
 #pragma GCC target("avx2")
+#endif
 namespace {
 namespace lanes8 {
 #include "TOLVfft/dblanes.inc"
 }
 } // namespace
+#if defined(__clang__)
+#pragma clang attribute pop
+#else
 #pragma GCC pop_options
+#endif
 #undef _DB_LANES
 
 int _TOLV_DbWidestLanes(void)
