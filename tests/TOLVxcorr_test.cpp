@@ -145,29 +145,7 @@ TEST(XcorrPlain, MatchesTheDirectSumInDouble)
     }
 }
 
-TEST(XcorrPlain, ShortInputsFillOnlyTheirPlaces)
-{
-    // Lengths 3 and 5: nine lags, -4 .. 4. The single product a[2] b[0]
-    // stands at lag 2, divided by M = 5.
-    Xcorr x(3, 5);
-    const std::vector<float> a = {0.0f, 0.0f, 1.0f}, b = {1.0f, 0.0f, 0.0f, 0.0f, 0.0f};
-    const auto r = run(x.p, a, b, false);
-    ASSERT_EQ(r.size(), 9u);
-    for (int lag = -4; lag <= 4; ++lag)
-        EXPECT_NEAR(r[lag + 4], lag == 2 ? 0.2f : 0.0f, 1e-7) << lag;
-}
 
-TEST(XcorrPlain, AVectorWithItselfPeaksAtLagZeroWithItsMeanSquare)
-{
-    for (int m : {1, 7, 100, 1024}) {
-        Xcorr x(m, m);
-        auto a = UniformNoise(m, 40 + m);
-        const auto r = run(x.p, a, a, false);
-        const double meanSquare = Norm2(a) * Norm2(a) / m;
-        EXPECT_EQ(peakIndex(r), m - 1) << m;
-        EXPECT_NEAR(r[m - 1], meanSquare, 1e-6 * meanSquare) << m;
-    }
-}
 
 TEST(XcorrPlain, EveryCallStartsFromCleanBuffers)
 {
@@ -331,23 +309,6 @@ TEST(XcorrCoefficient, LagOfADelayedCopy)
     }
 }
 
-TEST(XcorrCoefficient, DifferentLengthsStayBelowOne)
-{
-    // b is the start of a: the peak is sum of a[n]^2 over 60 samples / 100,
-    // against the separate mean squares of the two vectors.
-    auto a = UniformNoise(100, 31);
-    std::vector<float> b(a.begin(), a.begin() + 60);
-    double s60 = 0.0, s100 = 0.0;
-    for (int i = 0; i < 100; ++i)
-        (i < 60 ? s60 : s100) += static_cast<double>(a[i]) * a[i];
-    s100 += s60;
-    const double expected = (s60 / 100.0) / std::sqrt((s100 / 100.0) * (s60 / 60.0));
-    int lag = 7;
-    const double c = TOLV_XcorrCoef(a.data(), 100, b.data(), 60, &lag);
-    EXPECT_NEAR(c, expected, 1e-6);
-    EXPECT_LT(c, 1.0);
-    EXPECT_EQ(lag, 0);
-}
 
 TEST(XcorrCoefficient, SilenceDividesZeroByZero)
 {
@@ -381,15 +342,6 @@ TEST_F(XcorrMessages, NullVectorsGiveMinusOneAndLeaveTheLag)
     EXPECT_EQ(KEELMEM_LiveDescriptorCount(), before);
 }
 
-TEST_F(XcorrMessages, ValidCallsSayNothing)
-{
-    auto a = UniformNoise(64, 1), b = UniformNoise(40, 2);
-    Xcorr x(64, 40);
-    run(x.p, a, b, false);
-    run(x.p, a, b, true);
-    TOLV_XcorrCoef(a.data(), 64, b.data(), 40, nullptr);
-    EXPECT_TRUE(seen.empty());
-}
 
 TEST_F(XcorrMessages, RefusedSpectraAreReportedAndTheObjectStillServes)
 {
