@@ -17,8 +17,9 @@
 #include "TOLVfft/dbscale.h"
 #include "tolv.h"
 
-/* Lane vectors, 16-byte aligned whatever their width. Values of eight lanes
- * only live inside inlined code, so their calling convention is moot. */
+/* Lane vectors. Memory is only reached through _load and _store, which
+ * assume no alignment. Values of eight lanes only live inside inlined code,
+ * so their calling convention is moot. */
 #pragma GCC diagnostic ignored "-Wpsabi"
 typedef float _F4 __attribute__((vector_size(16), aligned(16), may_alias));
 typedef int32_t _I4 __attribute__((vector_size(16), aligned(16), may_alias));
