@@ -1,0 +1,96 @@
+/*
+ * Shared pieces of the `tolv` command: option parsing, failures, the
+ * library's messages, number parsing and the progress bar.
+ */
+#ifndef TOLV_CLI_H
+#define TOLV_CLI_H
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace cli {
+
+/* A failure the user can act on: one line, exit status 1. */
+struct Failure : std::runtime_error {
+    explicit Failure(const std::string &what) : std::runtime_error(what) {}
+};
+
+/* A command line that does not parse: the message and a pointer to --help,
+ * exit status 2. */
+struct UsageError : std::runtime_error {
+    explicit UsageError(const std::string &what) : std::runtime_error(what) {}
+};
+
+/* The options of one subcommand: those taking a value, and flags. */
+struct OptionSpec {
+    std::vector<std::string> valued;
+    std::vector<std::string> flags;
+};
+
+/* Parsed arguments: positionals in order, options by name ("--rate").
+ * Values come as "--rate 48000" or "--rate=48000". */
+class Args {
+public:
+    Args(const std::vector<std::string> &argv, const OptionSpec &spec);
+    bool has(const std::string &name) const;
+    std::string get(const std::string &name, const std::string &dflt) const;
+    const std::vector<std::string> &positional() const { return positional_; }
+    bool help() const { return has("--help"); }
+
+private:
+    std::map<std::string, std::string> options_;
+    std::vector<std::string> positional_;
+};
+
+/* Whole-string number parsing; a failure names the option. */
+long parseInteger(const std::string &text, const std::string &what);
+double parseReal(const std::string &text, const std::string &what);
+
+/* Collects what the library reports through the base library's message
+ * handler, so that a refusal can be shown with the library's own text.
+ * Warnings and logs still go to stderr as they come. */
+class MessageCapture {
+public:
+    MessageCapture();
+    ~MessageCapture();
+    MessageCapture(const MessageCapture &) = delete;
+    MessageCapture &operator=(const MessageCapture &) = delete;
+    /* Error-level messages since construction or the last take(), joined
+     * with "; ", without their trailing line feeds. */
+    std::string take();
+
+private:
+    static void handler(int level, int code, const char *message, void *user);
+    std::vector<std::string> errors_;
+};
+
+/* A progress bar on stderr for work that runs longer than about two
+ * seconds, drawn only when stderr is a terminal. */
+class Progress {
+public:
+    Progress(const std::string &label, int64_t total);
+    ~Progress();
+    void update(int64_t done);
+    void finish();
+
+private:
+    std::string label_;
+    int64_t total_;
+    bool enabled_;
+    bool shown_ = false;
+    std::chrono::steady_clock::time_point start_, lastDraw_;
+};
+
+/* Full path of a program found on PATH, or "" when it is not there. */
+std::string findProgram(const std::string &name);
+
+/* printf into a std::string. */
+std::string format(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+
+} // namespace cli
+
+#endif

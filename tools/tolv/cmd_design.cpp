@@ -1,0 +1,155 @@
+/*
+ * tolv design: builds the filter of a text and reports what it does, all
+ * measured on the running filter.
+ */
+#include <cmath>
+#include <cstdio>
+
+#include "cli.h"
+#include "commands.h"
+#include "filtertext.h"
+#include "plot.h"
+#include "response.h"
+
+namespace cli {
+
+namespace {
+/* A frequency given as a fraction of Nyquist, in Hz when fs is known. */
+std::string frequency(double fraction, int fs)
+{
+    if (fs > 0)
+        return format("%.1f Hz", fraction * fs / 2.0);
+    return format("%.4f x Nyquist", fraction);
+}
+
+std::string level(float db)
+{
+    if (db <= -kResponseFloorDb + 0.05)
+        return format("below -%.0f dB", kResponseFloorDb);
+    return format("%.2f dB", db);
+}
+
+std::string bandList(const std::vector<Band> &bands, int fs)
+{
+    std::string out;
+    for (const Band &b : bands)
+        out += (out.empty() ? "" : " and ") + frequency(b.lo, fs) + " to " +
+               frequency(b.hi, fs);
+    return out;
+}
+
+std::string formName(const FilterText &f)
+{
+    switch (f.form) {
+    case FilterText::Sections: return "second-order sections from the text";
+    case FilterText::DirectForm: return "direct form II from the text";
+    default: return std::string(typeName(f.typeCode)) + ", " + f.approximation;
+    }
+}
+} // namespace
+
+int runDesign(const Arguments &argv)
+{
+    Args args(argv, {{"--fs", "--plot"}, {}});
+    if (args.positional().size() != 1)
+        throw UsageError("needs exactly one specification text");
+    std::string text = args.positional()[0];
+    if (args.has("--fs")) {
+        long fs = parseInteger(args.get("--fs", ""), "--fs");
+        if (fs <= 0)
+            throw UsageError("--fs must be positive");
+        // The first occurrence of a key wins, so the option goes in front.
+        text = format("fs=%ld, ", fs) + text;
+    }
+    FilterText spec = readFilterText(text);
+    if (spec.channels < 1)
+        throw Failure("the text asks for " + std::to_string(spec.channels) +
+                      " channels");
+
+    MessageCapture messages;
+    _TOLV_FILTER *filter = createFilter(text);
+    if (!filter) {
+        std::string why = messages.take();
+        throw Failure(why.empty()
+                          ? "the library refused the text: an edge is 0 or the "
+                            "edges are out of order, or the order came out as 0"
+                          : "the library refused the text: " + why);
+    }
+    TOLV_DestroyFilter(filter);
+
+    const int fs = spec.fs;
+    Response r = measureResponse(text, spec.channels);
+    std::printf("filter: %s, %d channel%s%s\n", formName(spec).c_str(),
+                spec.channels, spec.channels == 1 ? "" : "s",
+                fs > 0 ? format(", fs %d Hz", fs).c_str() : "");
+    if (spec.form == FilterText::Design) {
+        int sections = 0;
+        int order = measureDesignedOrder(text, spec.channels, &sections);
+        std::printf("order %d, %d section%s\n", order, sections,
+                    sections == 1 ? "" : "s");
+    } else if (spec.form == FilterText::Sections) {
+        std::printf("order %d, %zu sections\n", explicitOrder(spec),
+                    spec.biquads.size() / 5);
+    } else {
+        std::printf("order %d (numerator %zu, denominator %zu coefficients)\n",
+                    explicitOrder(spec), spec.numerator.size(),
+                    spec.denominator.size());
+    }
+
+    size_t peakBin = 0;
+    for (size_t k = 0; k < r.db.size(); k++)
+        if (r.db[k] > r.db[peakBin])
+            peakBin = k;
+    const float peak = r.db[peakBin];
+    std::printf("gain at DC: %s\n", level(r.db.front()).c_str());
+    std::printf("gain at Nyquist (%s): %s\n", frequency(1.0, fs).c_str(),
+                level(r.db.back()).c_str());
+    std::printf("peak gain: %s at %s\n", level(peak).c_str(),
+                frequency(r.fraction(peakBin), fs).c_str());
+    std::vector<double> points = r.crossings(peak - 3.0f);
+    std::string list;
+    for (size_t i = 0; i < points.size() && i < 8; i++)
+        list += (i ? ", " : "") + frequency(points[i], fs);
+    if (points.size() > 8)
+        list += format(" and %zu more", points.size() - 8);
+    std::printf("-3 dB points (3 dB below the peak): %s\n",
+                list.empty() ? "none" : list.c_str());
+
+    std::vector<Band> pass = passBands(spec), stop = stopBands(spec);
+    if (!pass.empty()) {
+        float hi = -INFINITY, lo = INFINITY;
+        for (const Band &b : pass) {
+            hi = std::fmax(hi, r.maxOver(b));
+            lo = std::fmin(lo, r.minOver(b));
+        }
+        std::printf("passband %s: ripple %.3f dB (Ap %.3g dB)\n",
+                    bandList(pass, fs).c_str(), hi - lo, spec.Ap);
+    }
+    if (!stop.empty()) {
+        float worst = -INFINITY;
+        for (const Band &b : stop)
+            worst = std::fmax(worst, r.maxOver(b));
+        std::printf("stopband %s: at most %s, %.2f dB below the peak%s\n",
+                    bandList(stop, fs).c_str(), level(worst).c_str(), peak - worst,
+                    spec.As > 0 ? format(" (As %.3g dB)", spec.As).c_str() : "");
+    } else if (spec.form == FilterText::Design) {
+        std::printf("stopband: the text gives no stop edge\n");
+    }
+    std::printf("measured on %d samples of the impulse response%s\n", r.length,
+                r.settled ? "" : " (still ringing at the end)");
+
+    if (args.has("--plot") && plotAvailable("the response")) {
+        std::string png = args.get("--plot", "");
+        std::vector<double> x(r.db.size());
+        for (size_t k = 0; k < x.size(); k++)
+            x[k] = fs > 0 ? r.fraction(k) * fs / 2.0 : r.fraction(k);
+        float floorDb = std::fmax(-kResponseFloorDb, std::floor(peak / 10.0f) * 10.0f - 140.0f);
+        plotCurves(png, "tolv design: " + spec.text,
+                   fs > 0 ? "frequency (Hz)" : "frequency (x Nyquist)",
+                   "magnitude (dB)", x, {r.db}, {"magnitude"}, floorDb);
+        std::printf("plot: %s\n", png.c_str());
+    }
+    return 0;
+}
+
+} // namespace cli

@@ -1,0 +1,76 @@
+/*
+ * tolv filter: runs a filter of a text over a file, all channels at once
+ * through the filter's interleaved form.
+ */
+#include <cstdio>
+
+#include "audio.h"
+#include "cli.h"
+#include "commands.h"
+#include "filtertext.h"
+
+namespace cli {
+
+int runFilter(const Arguments &argv)
+{
+    Args args(argv, {{"--encoding"}, {}});
+    if (args.positional().size() != 3)
+        throw UsageError("needs IN, OUT and a specification text");
+    const std::string &in = args.positional()[0], &out = args.positional()[1];
+    std::string text = args.positional()[2];
+
+    AudioReader reader(in);
+    checkDistinct(in, out);
+    FilterText spec = readFilterText(text);
+    // The file supplies what the text leaves out; the text's own keys come
+    // first and so win.
+    if (!spec.fsGiven)
+        text += format(", fs=%d", reader.rate());
+    if (!spec.channelsGiven)
+        text += format(", num_channels=%d", reader.channels());
+    else if (spec.channels != reader.channels())
+        throw Failure(format("the text asks for %d channels but %s has %d",
+                             spec.channels, in.c_str(), reader.channels()));
+
+    MessageCapture messages;
+    _TOLV_FILTER *filter = createFilter(text);
+    if (!filter) {
+        std::string why = messages.take();
+        throw Failure(why.empty()
+                          ? "the library refused the text: an edge is 0 or the "
+                            "edges are out of order, or the order came out as 0"
+                          : "the library refused the text: " + why);
+    }
+    struct Guard {
+        _TOLV_FILTER *f;
+        ~Guard() { TOLV_DestroyFilter(f); }
+    } guard{filter};
+
+    const int channels = reader.channels();
+    const int64_t block = 8192;
+    std::vector<float> buffer(size_t(block * channels));
+    AudioWriter writer(out, reader.format(), channels, reader.rate(),
+                       args.get("--encoding", ""));
+    Progress progress("filtering", reader.frames());
+    for (;;) {
+        int64_t got = reader.read(buffer.data(), block);
+        if (got == 0)
+            break;
+        TOLV_Filter(filter, buffer.data(), buffer.data(), uint32_t(got * channels));
+        writer.write(buffer.data(), got);
+        progress.update(writer.framesWritten());
+    }
+    progress.finish();
+    writer.commit();
+    std::printf("%s: %lld frames, %d channel%s at %d Hz, %s\n", out.c_str(),
+                (long long)writer.framesWritten(), channels,
+                channels == 1 ? "" : "s", reader.rate(),
+                describeFormat(reader.format()).c_str());
+    if (writer.clipped())
+        std::fprintf(stderr, "tolv filter: %lld samples beyond full scale were "
+                     "clipped; lower the \"gain\" or use --encoding float\n",
+                     (long long)writer.clipped());
+    return 0;
+}
+
+} // namespace cli

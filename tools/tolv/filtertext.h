@@ -1,0 +1,58 @@
+/*
+ * What a filter text says, read with the same configuration getters that
+ * the library uses, so that the tool can tell the user which form the text
+ * makes, where its bands lie, and whether it names fs and channels.
+ */
+#ifndef TOLV_CLI_FILTERTEXT_H
+#define TOLV_CLI_FILTERTEXT_H
+
+#include <string>
+#include <vector>
+
+#include "tolv.h"
+
+namespace cli {
+
+struct FilterText {
+    enum Form { Sections, DirectForm, Design } form = Design;
+    std::string text;
+    bool channelsGiven = false, fsGiven = false;
+    int channels = 1; /* "num_channels", else "nc", else 1, truncated */
+    int fs = -1;      /* "fs" truncated, -1 when absent */
+
+    /* Design texts: band type code (0 lowpass .. 3 band-reject, -1 not a
+     * known keyword), approximation keyword, and the edges as fractions of
+     * Nyquist (negative: absent). */
+    int typeCode = 0;
+    std::string approximation;
+    double p1 = -1, p2 = -1, s1 = -1, s2 = -1, Ap = 3, As = -1;
+
+    /* Explicit texts: the rows (five per section) or the two vectors. */
+    std::vector<double> biquads, numerator, denominator;
+};
+
+FilterText readFilterText(const std::string &text);
+
+/* Order of an explicit text: the sum of the sections' own orders, or the
+ * longer vector's length minus one. */
+int explicitOrder(const FilterText &f);
+
+/* A frequency band [lo, hi] in fractions of Nyquist. */
+struct Band {
+    double lo, hi;
+};
+/* The pass and stop bands a design text asks for. A missing second stop
+ * edge of a band type is mirrored so that both transition bands are equally
+ * wide, as the design does. Empty lists when the text gives no such edges. */
+std::vector<Band> passBands(const FilterText &f);
+std::vector<Band> stopBands(const FilterText &f);
+
+const char *typeName(int code);
+
+/* Creates the filter of a text; the text is passed as data, never as a
+ * format. Null when the library refuses it. */
+_TOLV_FILTER *createFilter(const std::string &text);
+
+} // namespace cli
+
+#endif

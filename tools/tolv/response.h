@@ -1,0 +1,43 @@
+/*
+ * Measurements of a running filter: the magnitude response from its impulse
+ * response (through the library's FFT and dB scaling), the points where it
+ * crosses a level, and its order.
+ */
+#ifndef TOLV_CLI_RESPONSE_H
+#define TOLV_CLI_RESPONSE_H
+
+#include <string>
+#include <vector>
+
+#include "filtertext.h"
+
+namespace cli {
+
+constexpr double kResponseFloorDb = 300.0;
+
+struct Response {
+    int length = 0;        /* impulse response length, a power of two */
+    std::vector<float> db; /* length / 2 + 1 bins, 0 .. Nyquist */
+    bool settled = true;   /* false: still ringing at the longest length */
+
+    /* Fraction of Nyquist of bin k. */
+    double fraction(size_t k) const { return 2.0 * double(k) / length; }
+    /* Highest and lowest level over [lo, hi] (fractions of Nyquist). */
+    float maxOver(const Band &b) const;
+    float minOver(const Band &b) const;
+    /* Fractions of Nyquist where the response crosses `level`, linearly
+     * interpolated between bins. */
+    std::vector<double> crossings(float level) const;
+};
+
+/* Runs an impulse through a new filter of the text and measures it. */
+Response measureResponse(const std::string &text, int channels);
+
+/* Order of a designed filter: twice its section count, less one when the
+ * last section is a first-order one. `sections` receives the count; -1
+ * when the filter takes no section count up to 4096. */
+int measureDesignedOrder(const std::string &text, int channels, int *sections);
+
+} // namespace cli
+
+#endif
