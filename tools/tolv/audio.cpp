@@ -200,12 +200,13 @@ int chooseFormat(const std::string &path, int inputFormat, int channels,
 
 AudioWriter::AudioWriter(const std::string &path, int format, int channels,
                          int rate, const std::string &encoding)
-    : path_(path), channels_(channels)
+    : path_(path), channels_(channels), rate_(rate)
 {
     SF_INFO info{};
     info.channels = channels;
     info.samplerate = rate;
     info.format = chooseFormat(path, format, channels, rate, encoding);
+    format_ = info.format;
     int sub = info.format & SF_FORMAT_SUBMASK;
     integer_ = sub != SF_FORMAT_FLOAT && sub != SF_FORMAT_DOUBLE &&
                sub != SF_FORMAT_VORBIS;
@@ -257,6 +258,19 @@ void AudioWriter::commit()
     umask(mask);
     chmod(path_.c_str(), 0666 & ~mask);
     forgetTemporary(temp_);
+}
+
+void reportOutput(const AudioWriter &writer, int64_t expected)
+{
+    std::printf("%s: %lld frames (expected %lld), %d channel%s at %d Hz, %s\n",
+                writer.path().c_str(), (long long)writer.framesWritten(),
+                (long long)expected, writer.channels(),
+                writer.channels() == 1 ? "" : "s", writer.rate(),
+                describeFormat(writer.format()).c_str());
+    if (writer.clipped())
+        std::fprintf(stderr, "tolv: %lld samples beyond full scale were clipped "
+                     "in %s; use --encoding float to keep them\n",
+                     (long long)writer.clipped(), writer.path().c_str());
 }
 
 std::string describeFormat(int format)

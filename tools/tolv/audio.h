@@ -59,14 +59,22 @@ public:
     /* Samples that were beyond full scale and clipped by an integer
      * encoding. */
     int64_t clipped() const { return clipped_; }
+    const std::string &path() const { return path_; }
+    int channels() const { return channels_; }
+    int rate() const { return rate_; }
+    int format() const { return format_; }
 
 private:
     std::string path_, temp_;
-    int channels_;
+    int channels_, rate_, format_ = 0;
     bool integer_;
     SNDFILE *file_ = nullptr;
     int64_t written_ = 0, clipped_ = 0;
 };
+
+/* Prints "OUT: N frames (expected E), C channels at R Hz, FORMAT" and
+ * warns on stderr when samples were clipped. */
+void reportOutput(const AudioWriter &writer, int64_t expected);
 
 /* Refuses an output path that is the input file itself. */
 void checkDistinct(const std::string &input, const std::string &output);

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <unistd.h>
 
 #include "keel.h"
@@ -86,36 +87,36 @@ double parseReal(const std::string &text, const std::string &what)
     return v;
 }
 
-MessageCapture::MessageCapture()
-{
-    KEELDEBUG_SetMessageHandler(&MessageCapture::handler, this);
-}
+namespace {
+std::mutex g_errorsLock;
+std::vector<std::string> g_errors;
 
-MessageCapture::~MessageCapture()
-{
-    KEELDEBUG_SetMessageHandler(nullptr, nullptr);
-}
-
-void MessageCapture::handler(int level, int, const char *message, void *user)
+void onLibraryMessage(int level, int, const char *message, void *)
 {
     std::string text = message ? message : "";
     while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
         text.pop_back();
     if (level >= KEEL_LEVEL_ERROR) {
-        static_cast<MessageCapture *>(user)->errors_.push_back(text);
-    } else {
-        std::fprintf(stderr, "tolv: library %s: %s\n",
-                     level == KEEL_LEVEL_WARNING ? "warning" : "note",
-                     text.c_str());
+        std::lock_guard<std::mutex> hold(g_errorsLock);
+        g_errors.push_back(text);
+    } else if (level == KEEL_LEVEL_WARNING) {
+        std::fprintf(stderr, "tolv: library warning: %s\n", text.c_str());
     }
 }
+} // namespace
 
-std::string MessageCapture::take()
+void installMessageHandler()
 {
+    KEELDEBUG_SetMessageHandler(onLibraryMessage, nullptr);
+}
+
+std::string takeLibraryErrors()
+{
+    std::lock_guard<std::mutex> hold(g_errorsLock);
     std::string all;
-    for (const std::string &e : errors_)
+    for (const std::string &e : g_errors)
         all += (all.empty() ? "" : "; ") + e;
-    errors_.clear();
+    g_errors.clear();
     return all;
 }
 

@@ -50,23 +50,14 @@ private:
 long parseInteger(const std::string &text, const std::string &what);
 double parseReal(const std::string &text, const std::string &what);
 
-/* Collects what the library reports through the base library's message
- * handler, so that a refusal can be shown with the library's own text.
- * Warnings and logs still go to stderr as they come. */
-class MessageCapture {
-public:
-    MessageCapture();
-    ~MessageCapture();
-    MessageCapture(const MessageCapture &) = delete;
-    MessageCapture &operator=(const MessageCapture &) = delete;
-    /* Error-level messages since construction or the last take(), joined
-     * with "; ", without their trailing line feeds. */
-    std::string take();
-
-private:
-    static void handler(int level, int code, const char *message, void *user);
-    std::vector<std::string> errors_;
-};
+/* The library reports through the base library's message handler. The
+ * tool keeps error-level messages so that a refusal can be shown with the
+ * library's own text, shows warnings on stderr as they come, and drops the
+ * library's logs (memory reports and the like), which are not for users. */
+void installMessageHandler();
+/* Error-level messages since the last call, joined with "; ", without
+ * their trailing line feeds; "" when there were none. */
+std::string takeLibraryErrors();
 
 /* A progress bar on stderr for work that runs longer than about two
  * seconds, drawn only when stderr is a terminal. */

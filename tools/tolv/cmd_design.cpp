@@ -66,15 +66,7 @@ int runDesign(const Arguments &argv)
         throw Failure("the text asks for " + std::to_string(spec.channels) +
                       " channels");
 
-    MessageCapture messages;
-    _TOLV_FILTER *filter = createFilter(text);
-    if (!filter) {
-        std::string why = messages.take();
-        throw Failure(why.empty()
-                          ? "the library refused the text: an edge is 0 or the "
-                            "edges are out of order, or the order came out as 0"
-                          : "the library refused the text: " + why);
-    }
+    _TOLV_FILTER *filter = createFilterOrFail(text);
     TOLV_DestroyFilter(filter);
 
     const int fs = spec.fs;

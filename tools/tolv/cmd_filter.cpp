@@ -32,15 +32,7 @@ int runFilter(const Arguments &argv)
         throw Failure(format("the text asks for %d channels but %s has %d",
                              spec.channels, in.c_str(), reader.channels()));
 
-    MessageCapture messages;
-    _TOLV_FILTER *filter = createFilter(text);
-    if (!filter) {
-        std::string why = messages.take();
-        throw Failure(why.empty()
-                          ? "the library refused the text: an edge is 0 or the "
-                            "edges are out of order, or the order came out as 0"
-                          : "the library refused the text: " + why);
-    }
+    _TOLV_FILTER *filter = createFilterOrFail(text);
     struct Guard {
         _TOLV_FILTER *f;
         ~Guard() { TOLV_DestroyFilter(f); }
@@ -62,14 +54,7 @@ int runFilter(const Arguments &argv)
     }
     progress.finish();
     writer.commit();
-    std::printf("%s: %lld frames, %d channel%s at %d Hz, %s\n", out.c_str(),
-                (long long)writer.framesWritten(), channels,
-                channels == 1 ? "" : "s", reader.rate(),
-                describeFormat(reader.format()).c_str());
-    if (writer.clipped())
-        std::fprintf(stderr, "tolv filter: %lld samples beyond full scale were "
-                     "clipped; lower the \"gain\" or use --encoding float\n",
-                     (long long)writer.clipped());
+    reportOutput(writer, reader.frames());
     return 0;
 }
 

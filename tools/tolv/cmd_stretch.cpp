@@ -1,5 +1,136 @@
+/*
+ * tolv stretch: time-scale modification with one SOLAFS object per channel.
+ * The engine takes input only while it has room and gives output in whole
+ * blocks, so each channel keeps its own queue of input not yet taken; at
+ * the end silence is fed behind the input until the tail is out.
+ */
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "audio.h"
 #include "cli.h"
 #include "commands.h"
+#include "tolv.h"
+
 namespace cli {
-int runStretch(const Arguments &) { throw Failure("not yet"); }
+
+namespace {
+struct Channel {
+    _TOLV_SOLAFS *engine = nullptr;
+    std::vector<float> pending; /* input offered but not yet taken */
+    std::vector<float> ready;   /* output not yet written */
+};
+
+/* Offers a channel's pending input and collects whatever output that
+ * allows, until the engine neither takes nor gives anything. */
+void pump(Channel &ch, float speed, std::vector<float> &scratch)
+{
+    for (;;) {
+        int taken = 0;
+        if (!ch.pending.empty()) {
+            taken = TOLV_SolafsInputData(ch.engine, 0, ch.pending.data(),
+                                         int(ch.pending.size()), speed);
+            ch.pending.erase(ch.pending.begin(), ch.pending.begin() + taken);
+        }
+        int made = TOLV_SolafsOutputData(ch.engine, 0, scratch.data(),
+                                         int(scratch.size()));
+        ch.ready.insert(ch.ready.end(), scratch.begin(), scratch.begin() + made);
+        if (taken == 0 && made == 0)
+            return;
+    }
 }
+} // namespace
+
+int runStretch(const Arguments &argv)
+{
+    Args args(argv, {{"--speed", "--frame-ms", "--encoding"}, {}});
+    if (args.positional().size() != 2)
+        throw UsageError("needs IN and OUT");
+    if (!args.has("--speed"))
+        throw UsageError("needs --speed");
+    const std::string &in = args.positional()[0], &out = args.positional()[1];
+    double speed = parseReal(args.get("--speed", ""), "--speed");
+    // Beyond a speed of 3 a synthesis step can read past the newest input.
+    if (!(speed > 0.0) || speed > 3.0)
+        throw UsageError("--speed must be above 0 and at most 3");
+    long frameMs = parseInteger(args.get("--frame-ms", "20"), "--frame-ms");
+
+    AudioReader reader(in);
+    checkDistinct(in, out);
+    const int rate = reader.rate(), channels = reader.channels();
+    // The frame is rounded down to a multiple of 8 frames; the engine needs
+    // a few correlation points, and holds one second of input, of which a
+    // pass needs 4.5 frames.
+    const int64_t frame = (int64_t(frameMs) * rate / 1000) & ~int64_t(7);
+    if (frameMs < 1 || frame < 16 || 9 * frame >= 2 * int64_t(rate))
+        throw UsageError(format("--frame-ms must give from 16 frames to under "
+                                "2/9 of a second at %d Hz", rate));
+
+    const int64_t expected = std::llround(double(reader.frames()) / speed);
+    std::vector<Channel> chans(static_cast<size_t>(channels));
+    for (Channel &ch : chans)
+        ch.engine = TOLV_SolafsCreate(int(frameMs), rate, 1);
+    // Output comes in whole blocks of half a frame, never more than asked
+    // for once the capacity holds one block.
+    std::vector<float> scratch(static_cast<size_t>(65536 + frame));
+
+    const int64_t block = 8192;
+    std::vector<float> frames(static_cast<size_t>(block * channels));
+    std::vector<float> interleaved;
+    AudioWriter writer(out, reader.format(), channels, rate,
+                       args.get("--encoding", ""));
+    auto drain = [&]() {
+        size_t count = chans[0].ready.size();
+        for (const Channel &ch : chans)
+            count = std::min(count, ch.ready.size());
+        count = size_t(std::min<int64_t>(int64_t(count), expected - writer.framesWritten()));
+        if (count == 0)
+            return;
+        interleaved.resize(count * size_t(channels));
+        for (int c = 0; c < channels; c++) {
+            std::vector<float> &r = chans[size_t(c)].ready;
+            for (size_t f = 0; f < count; f++)
+                interleaved[f * size_t(channels) + size_t(c)] = r[f];
+            r.erase(r.begin(), r.begin() + long(count));
+        }
+        writer.write(interleaved.data(), int64_t(count));
+    };
+
+    Progress progress("stretching", expected);
+    for (;;) {
+        int64_t got = reader.read(frames.data(), block);
+        if (got == 0)
+            break;
+        for (int c = 0; c < channels; c++) {
+            Channel &ch = chans[size_t(c)];
+            for (int64_t f = 0; f < got; f++)
+                ch.pending.push_back(frames[size_t(f * channels + c)]);
+            pump(ch, float(speed), scratch);
+        }
+        drain();
+        progress.update(writer.framesWritten());
+    }
+    // The engine keeps about four frames of input ahead of what it has
+    // given out: silence behind the input brings the tail out.
+    const int64_t silenceLimit = 16 * frame + int64_t(rate) + block;
+    for (int64_t fed = 0; writer.framesWritten() < expected; fed += block) {
+        if (fed > silenceLimit)
+            throw Failure("the stretch did not deliver its tail");
+        for (Channel &ch : chans) {
+            ch.pending.insert(ch.pending.end(), size_t(block), 0.0f);
+            pump(ch, float(speed), scratch);
+        }
+        drain();
+        progress.update(writer.framesWritten());
+    }
+    progress.finish();
+    // The engine keeps its memory for the life of the process.
+    for (Channel &ch : chans)
+        TOLV_SolafsDestroy(ch.engine);
+    writer.commit();
+    reportOutput(writer, expected);
+    return 0;
+}
+
+} // namespace cli

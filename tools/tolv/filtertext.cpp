@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "cli.h"
 #include "keel.h"
 
 namespace cli {
@@ -158,6 +159,23 @@ const char *typeName(int code)
 _TOLV_FILTER *createFilter(const std::string &text)
 {
     return TOLV_CreateFilter("%s", text.c_str());
+}
+
+} // namespace cli
+
+namespace cli {
+
+_TOLV_FILTER *createFilterOrFail(const std::string &text)
+{
+    takeLibraryErrors();
+    _TOLV_FILTER *filter = createFilter(text);
+    if (filter)
+        return filter;
+    std::string why = takeLibraryErrors();
+    throw Failure(why.empty() ? "the library refused the text: an edge is 0 or "
+                                "the edges are out of order, or the order came "
+                                "out as 0"
+                              : "the library refused the text: " + why);
 }
 
 } // namespace cli

@@ -52,6 +52,9 @@ const char *typeName(int code);
 /* Creates the filter of a text; the text is passed as data, never as a
  * format. Null when the library refuses it. */
 _TOLV_FILTER *createFilter(const std::string &text);
+/* The same, but a refusal is thrown as a failure with the library's own
+ * message, or with the usual reasons when it refused without one. */
+_TOLV_FILTER *createFilterOrFail(const std::string &text);
 
 } // namespace cli
 

@@ -149,6 +149,7 @@ int main(int argc, char **argv)
         return 0;
     }
     cli::installCleanupHandler();
+    cli::installMessageHandler();
     std::string name = argv[1];
     try {
         const cli::Command &command = cli::commandNamed(name);
