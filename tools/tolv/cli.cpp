@@ -168,6 +168,21 @@ void Progress::finish()
     enabled_ = false;
 }
 
+void FreeDeleter::operator()(float *p) const
+{
+    std::free(p);
+}
+
+AlignedFloats alignedFloats(size_t count)
+{
+    size_t bytes = ((count * sizeof(float) + 15) / 16) * 16;
+    float *p = static_cast<float *>(std::aligned_alloc(16, bytes));
+    if (!p)
+        throw std::bad_alloc();
+    std::fill(p, p + bytes / sizeof(float), 0.0f);
+    return AlignedFloats(p);
+}
+
 std::string findProgram(const std::string &name)
 {
     const char *path = std::getenv("PATH");

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -75,6 +76,14 @@ private:
     bool shown_ = false;
     std::chrono::steady_clock::time_point start_, lastDraw_;
 };
+
+/* Zeroed floats on a 16-byte boundary, as the library's execute functions
+ * and dB scaling want them; the count is rounded up to a multiple of 4. */
+struct FreeDeleter {
+    void operator()(float *p) const;
+};
+using AlignedFloats = std::unique_ptr<float[], FreeDeleter>;
+AlignedFloats alignedFloats(size_t count);
 
 /* Full path of a program found on PATH, or "" when it is not there. */
 std::string findProgram(const std::string &name);

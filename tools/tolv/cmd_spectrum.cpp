@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <strings.h>
 #include <unistd.h>
 
@@ -20,21 +19,6 @@
 namespace cli {
 
 namespace {
-struct FreeDeleter {
-    void operator()(float *p) const { std::free(p); }
-};
-using Aligned = std::unique_ptr<float[], FreeDeleter>;
-
-Aligned aligned(size_t count)
-{
-    size_t bytes = ((count * sizeof(float) + 15) / 16) * 16;
-    float *p = static_cast<float *>(std::aligned_alloc(16, bytes));
-    if (!p)
-        throw std::bad_alloc();
-    std::fill(p, p + bytes / sizeof(float), 0.0f);
-    return Aligned(p);
-}
-
 int windowType(const std::string &name)
 {
     int type = TOLV_GetWindowType(name.c_str());
@@ -57,7 +41,7 @@ std::vector<float> toDb(const float *power, size_t bins, int frameLength,
 {
     const double h = double((bins - 1)), H = double(frameLength / 2);
     const double amplitudeScale = H * H * windowMean * windowMean / (h * h);
-    Aligned in = aligned(bins + 8), out = aligned(bins + 8);
+    AlignedFloats in = alignedFloats(bins + 8), out = alignedFloats(bins + 8);
     std::copy(power, power + bins, in.get());
     TOLV_PSDtoDB(int(2 * (bins - 1)), in.get(), out.get(), nullptr,
                  amplitudeScale * amplitudeScale, range);
@@ -143,12 +127,12 @@ int runSpectrum(const Arguments &argv)
     const size_t bins = size_t(H) + 1;
     const double binHz = double(reader.rate()) / N;
 
-    Aligned window = aligned(size_t(N)), frame = aligned(size_t(N));
+    AlignedFloats window = alignedFloats(size_t(N)), frame = alignedFloats(size_t(N));
     TOLV_CreateWindow(type, window.get(), N);
     const double windowMean = TOLV_GetWindowNormFactor(window.get(), N);
     _TOLV_FFTPROC *fft = TOLV_FFTProcCreate(N);
     TOLV_COMPLEX *scratch = TOLV_CreateComplexVector(fft);
-    Aligned psd = aligned(size_t(4 * (N / 8 + 1)));
+    AlignedFloats psd = alignedFloats(size_t(4 * (N / 8 + 1)));
 
     // The spectrogram keeps at most 2000 columns and 1024 rows, each the
     // mean power of the frames and bins it covers.

@@ -11,23 +11,6 @@
 namespace cli {
 
 namespace {
-struct FreeDeleter {
-    void operator()(float *p) const { std::free(p); }
-};
-using AlignedFloats = std::unique_ptr<float[], FreeDeleter>;
-
-/* Zeroed floats on a 16-byte boundary, as the library's execute functions
- * want them. */
-AlignedFloats alignedFloats(size_t count)
-{
-    size_t bytes = ((count * sizeof(float) + 15) / 16) * 16;
-    float *p = static_cast<float *>(std::aligned_alloc(16, bytes));
-    if (!p)
-        throw std::bad_alloc();
-    std::fill(p, p + bytes / sizeof(float), 0.0f);
-    return AlignedFloats(p);
-}
-
 struct FilterHandle {
     _TOLV_FILTER *f;
     explicit FilterHandle(const std::string &text) : f(createFilter(text))

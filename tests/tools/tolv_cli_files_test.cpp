@@ -1,0 +1,252 @@
+/*
+ * End to end: tolv filter, resample and stretch on small generated files.
+ * The streamed outputs are compared with the library run over the whole
+ * signal at once, so block seams, channel handling and the final flush
+ * show up as differences.
+ */
+#include <cmath>
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "tolv.h"
+#include "tolv_cli_support.h"
+
+using namespace clitest;
+
+namespace {
+
+const int kFloatWav = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+
+std::string bytesOf(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+TEST(TolvFilter, MatchesTheLibraryOverTheWholeSignal)
+{
+    ScratchDir dir;
+    const int rate = 44100, frames = 20000; /* more than two blocks */
+    const std::vector<float> in = makeSignal(frames, rate, {{{0.4, 100}, {0.4, 10000}}, {{0.3, 200}}}, 0.01f);
+    writeAudio(dir.path("in.wav"), in, 2, rate, kFloatWav);
+    const char *text = "type=lowpass, fpass=1000, order=4";
+    Outcome r = runTolv({"filter", dir.path("in.wav"), dir.path("out.wav"), text});
+    ASSERT_EQ(0, r.status) << r.err;
+    EXPECT_NE(std::string::npos, r.out.find("out.wav: 20000 frames (expected 20000), 2 channels at 44100 Hz"));
+
+    std::vector<float> expected = in;
+    _TOLV_FILTER *f = TOLV_CreateFilter("%s, fs=%d, num_channels=2", text, rate);
+    ASSERT_NE(nullptr, f);
+    TOLV_Filter(f, expected.data(), expected.data(), uint32_t(expected.size()));
+    TOLV_DestroyFilter(f);
+    Audio out = readAudio(dir.path("out.wav"));
+    ASSERT_EQ(expected.size(), out.samples.size());
+    EXPECT_EQ(0, memcmp(expected.data(), out.samples.data(), 4 * expected.size()));
+    EXPECT_NEAR(0.4, toneAmplitude(out.channel(0), rate, 100), 0.01);
+    EXPECT_LT(toneAmplitude(out.channel(0), rate, 10000), 1e-3);
+}
+
+/* The container follows the output's name when it names one, else the
+ * input; the encoding follows the input unless asked, and falls back to
+ * what the container can hold. */
+TEST(TolvFilter, OutputFormatFollowsTheInputUnlessAsked)
+{
+    const struct {
+        int inFormat;
+        const char *out, *encoding;
+        int expected;
+    } rows[] = {
+        {SF_FORMAT_WAV | SF_FORMAT_PCM_16, "o.wav", "", SF_FORMAT_WAV | SF_FORMAT_PCM_16},
+        {SF_FORMAT_FLAC | SF_FORMAT_PCM_24, "o.flac", "", SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
+        {SF_FORMAT_FLAC | SF_FORMAT_PCM_16, "o.wav", "", SF_FORMAT_WAV | SF_FORMAT_PCM_16},
+        {kFloatWav, "o.flac", "", SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
+        {SF_FORMAT_WAV | SF_FORMAT_PCM_16, "o.wav", "float", kFloatWav},
+        {SF_FORMAT_AIFF | SF_FORMAT_PCM_16, "o.aiff", "pcm24", SF_FORMAT_AIFF | SF_FORMAT_PCM_24},
+        {SF_FORMAT_WAV | SF_FORMAT_PCM_16, "o.dat", "", SF_FORMAT_WAV | SF_FORMAT_PCM_16},
+    };
+    for (const auto &row : rows) {
+        ScratchDir dir;
+        writeAudio(dir.path("in"), makeSignal(3000, 16000, {{{0.5, 440}}}), 1, 16000, row.inFormat);
+        std::vector<std::string> args = {"filter", dir.path("in"), dir.path(row.out), "fpass=0.5, order=2"};
+        if (*row.encoding)
+            args.insert(args.end(), {"--encoding", row.encoding});
+        Outcome r = runTolv(args);
+        ASSERT_EQ(0, r.status) << row.out << " " << r.err;
+        Audio out = readAudio(dir.path(row.out));
+        EXPECT_EQ(row.expected, out.format) << row.out << " " << std::hex << out.format;
+        EXPECT_EQ(3000, out.frames);
+    }
+}
+
+/* Every failure exits with status 1 and one line, leaves no output and no
+ * temporary file behind, and never touches the input. */
+TEST(TolvFilter, FailuresLeaveNothingBehind)
+{
+    ScratchDir dir;
+    writeAudio(dir.path("in.wav"), makeSignal(3000, 16000, {{{0.5, 440}}, {{0.5, 440}}}), 2, 16000);
+    writeAudio(dir.path("in.flac"), makeSignal(300, 16000, {{{0.5, 440}}}), 1, 16000,
+               SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
+    std::ofstream(dir.path("text.wav")) << "not audio at all\n";
+    const std::string original = bytesOf(dir.path("in.wav"));
+    const struct {
+        std::vector<std::string> args;
+        const char *message;
+    } rows[] = {
+        {{"filter", dir.path("none.wav"), dir.path("out.wav"), "fpass=0.5, order=2"}, "cannot read"},
+        {{"filter", dir.path("text.wav"), dir.path("out.wav"), "fpass=0.5, order=2"}, "cannot read"},
+        {{"filter", dir.path("in.wav"), dir.path("out.wav"), "type=bogus, fpass=0.5, order=2"},
+         "Invalid filter type: bogus"},
+        {{"filter", dir.path("in.wav"), dir.path("out.wav"), "fpass=0.5, order=2, nc=1"},
+         "the text asks for 1 channels but"},
+        {{"filter", dir.path("in.wav"), dir.path("in.wav"), "fpass=0.5, order=2"}, "is the input file"},
+        {{"filter", dir.path("in.wav"), dir.path("no/such/dir/out.wav"), "fpass=0.5, order=2"}, "cannot write"},
+        {{"filter", dir.path("in.flac"), dir.path("out.flac"), "fpass=0.5, order=2", "--encoding", "float"},
+         "cannot hold --encoding float"},
+        {{"resample", dir.path("in.wav"), dir.path("out.wav"), "--rate", "12345", "--type", "zoh"},
+         "Unsuported sample rate convertion: 16000 to 12345"},
+        {{"resample", dir.path("in.wav"), dir.path("out.wav"), "--rate", "48001", "--order", "1000"},
+         "too small a common divisor"},
+    };
+    const std::vector<std::string> before = dir.entries();
+    for (const auto &row : rows) {
+        Outcome r = runTolv(row.args);
+        EXPECT_EQ(1, r.status) << row.message;
+        EXPECT_NE(std::string::npos, r.err.find(row.message)) << r.err;
+        EXPECT_EQ(1, std::count(r.err.begin(), r.err.end(), '\n')) << r.err;
+        EXPECT_EQ(before, dir.entries()) << row.message;
+    }
+    EXPECT_EQ(original, bytesOf(dir.path("in.wav")));
+}
+
+struct ResampleCase {
+    int from, to;
+    const char *type;
+    int channels;
+    int64_t frames;
+};
+
+/* The output has round(n * to / from) frames, and equals each channel run
+ * through its own converter in one call plus the flush. */
+TEST(TolvResample, LengthRateAndSamplesMatchTheLibrary)
+{
+    const ResampleCase rows[] = {
+        {44100, 48000, "polyphase", 2, 30000}, {48000, 44100, "polyphase", 1, 20000},
+        {16000, 16000, "polyphase", 1, 5000},  {44100, 8000, "polyphase", 2, 12345},
+        {16000, 48000, "polyphase", 1, 10},    {8000, 16000, "zoh", 1, 10000},
+        {22050, 11025, "zoh", 2, 9000},
+    };
+    for (const auto &row : rows) {
+        ScratchDir dir;
+        std::vector<std::vector<Tone>> tones(size_t(row.channels), {{0.5, 1000.0}});
+        const std::vector<float> in = makeSignal(row.frames, row.from, tones, 0.01f);
+        writeAudio(dir.path("in.wav"), in, row.channels, row.from, kFloatWav);
+        Outcome r = runTolv({"resample", dir.path("in.wav"), dir.path("out.wav"), "--rate",
+                         std::to_string(row.to), "--type", row.type});
+        ASSERT_EQ(0, r.status) << row.from << "->" << row.to << " " << r.err;
+        const int64_t expected = (row.frames * row.to + row.from / 2) / row.from;
+        Audio out = readAudio(dir.path("out.wav"));
+        EXPECT_EQ(expected, out.frames) << row.from << "->" << row.to;
+        EXPECT_EQ(row.to, out.rate);
+        EXPECT_EQ(row.channels, out.channels);
+        for (int c = 0; c < row.channels; c++) {
+            std::vector<float> x(static_cast<size_t>(row.frames));
+            for (int64_t f = 0; f < row.frames; f++)
+                x[size_t(f)] = in[size_t(f * row.channels + c)];
+            std::string config = std::string("type=") + row.type;
+            _TOLV_RESAMPLE *conv = TOLV_ResampleInit(row.from, row.to, config.c_str());
+            std::vector<float> y(size_t(row.frames * (row.to / row.from + 1) + 64));
+            int n = TOLV_Resample(conv, x.data(), y.data(), int(row.frames));
+            y.resize(size_t(n) + size_t(std::max(0, TOLV_ResampleFlushBufferSize(conv))));
+            n += TOLV_ResampleFlushBuffersEx(conv, y.data() + n, 0);
+            TOLV_ResampleDestroy(conv);
+            y.resize(size_t(expected), 0.0f); /* trimmed, or padded with silence */
+            ASSERT_EQ(y, out.channel(c)) << row.from << "->" << row.to << " channel " << c;
+        }
+        if (row.frames > 1000 && std::string(row.type) == "polyphase") {
+            EXPECT_NEAR(0.5, toneAmplitude(out.channel(0), row.to, 1000), 0.01);
+        }
+    }
+}
+
+TEST(TolvResample, ArgumentsAreChecked)
+{
+    ScratchDir dir;
+    writeAudio(dir.path("in.wav"), makeSignal(100, 8000, {{{0.5, 440}}}), 1, 8000);
+    const std::vector<std::vector<std::string>> rows = {
+        {"--rate", "0"}, {"--rate", "48k"}, {"--rate", "8000", "--type", "sinc"},
+        {"--rate", "16000", "--type", "zoh", "--order", "8"}, {"--rate", "16000", "--order", "0"}, {},
+    };
+    for (const auto &extra : rows) {
+        std::vector<std::string> args = {"resample", dir.path("in.wav"), dir.path("out.wav")};
+        args.insert(args.end(), extra.begin(), extra.end());
+        Outcome r = runTolv(args);
+        EXPECT_EQ(2, r.status) << r.err;
+        EXPECT_FALSE(fileExists(dir.path("out.wav")));
+    }
+}
+
+/* round(n / s) frames at any speed; at speed 1 the input comes back as it
+ * was; otherwise the tone keeps its pitch, so its energy stays at its own
+ * frequency and does not move to s times it. */
+TEST(TolvStretch, LengthAndPitch)
+{
+    const int rate = 16000;
+    const double hz = 500;
+    for (int channels : {1, 2})
+        for (double speed : {0.5, 0.8, 1.0, 1.25, 2.0, 3.0}) {
+            ScratchDir dir;
+            const int64_t frames = 20000 + channels * 7;
+            std::vector<std::vector<Tone>> tones(size_t(channels), {{0.5, hz}});
+            const std::vector<float> in = makeSignal(frames, rate, tones);
+            writeAudio(dir.path("in.wav"), in, channels, rate, kFloatWav);
+            std::ostringstream s;
+            s << speed;
+            Outcome r = runTolv({"stretch", dir.path("in.wav"), dir.path("out.wav"), "--speed", s.str()});
+            ASSERT_EQ(0, r.status) << speed << " " << r.err;
+            Audio out = readAudio(dir.path("out.wav"));
+            EXPECT_EQ(std::llround(double(frames) / speed), out.frames) << speed;
+            EXPECT_EQ(channels, out.channels);
+            if (speed == 1.0) {
+                for (size_t i = 0; i < in.size(); i++)
+                    ASSERT_NEAR(in[i], out.samples[i], 1e-6f) << i;
+                continue;
+            }
+            for (int c = 0; c < channels; c++) {
+                std::vector<float> y = out.channel(c);
+                y.resize(y.size() * 9 / 10); /* the tail fades into the silence fed behind */
+                EXPECT_GT(toneAmplitude(y, rate, hz), 0.4) << speed;
+                EXPECT_LT(toneAmplitude(y, rate, hz * speed), 0.05) << speed;
+            }
+        }
+}
+
+TEST(TolvStretch, ArgumentsAreChecked)
+{
+    ScratchDir dir;
+    writeAudio(dir.path("in.wav"), makeSignal(100, 8000, {{{0.5, 440}}}), 1, 8000);
+    const struct {
+        std::vector<std::string> extra;
+        const char *message;
+    } rows[] = {
+        {{"--speed", "0"}, "--speed must be above 0 and at most 3"},
+        {{"--speed", "3.5"}, "--speed must be above 0 and at most 3"},
+        {{"--speed", "fast"}, "--speed must be a number"},
+        {{"--speed", "1", "--frame-ms", "1"}, "--frame-ms must give from 16 frames"},
+        {{"--speed", "1", "--frame-ms", "250"}, "--frame-ms must give from 16 frames"},
+        {{}, "needs --speed"},
+    };
+    for (const auto &row : rows) {
+        std::vector<std::string> args = {"stretch", dir.path("in.wav"), dir.path("out.wav")};
+        args.insert(args.end(), row.extra.begin(), row.extra.end());
+        Outcome r = runTolv(args);
+        EXPECT_EQ(2, r.status);
+        EXPECT_NE(std::string::npos, r.err.find(row.message)) << r.err;
+        EXPECT_FALSE(fileExists(dir.path("out.wav")));
+    }
+}
+
+} // namespace
