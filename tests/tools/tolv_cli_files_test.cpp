@@ -5,6 +5,9 @@
  * show up as differences.
  */
 #include <cmath>
+#include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <fstream>
 #include <sstream>
 
@@ -120,6 +123,30 @@ TEST(TolvFilter, FailuresLeaveNothingBehind)
         EXPECT_EQ(before, dir.entries()) << row.message;
     }
     EXPECT_EQ(original, bytesOf(dir.path("in.wav")));
+}
+
+/* A run stopped by a signal while it writes removes its temporary file:
+ * the folder holds only the input again. */
+TEST(TolvFilter, InterruptedRunLeavesNothingBehind)
+{
+    ScratchDir dir;
+    writeAudio(dir.path("in.wav"), makeSignal(30 * 44100, 44100, {{{0.5, 440}}}), 1, 44100);
+    // A long prototype makes the conversion take seconds.
+    int pid = startTolv({"resample", dir.path("in.wav"), dir.path("out.wav"), "--rate", "48000",
+                         "--order", "800"});
+    bool writing = false;
+    for (int i = 0; i < 2000 && !writing; i++) {
+        for (const std::string &e : dir.entries())
+            writing = writing || e.find(".out.wav.tmp-") == 0;
+        usleep(5000);
+    }
+    ASSERT_TRUE(writing) << "the temporary output never appeared";
+    kill(pid, SIGTERM);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status)) << "the run ended before the signal";
+    EXPECT_EQ(SIGTERM, WTERMSIG(status));
+    EXPECT_EQ((std::vector<std::string>{"in.wav"}), dir.entries());
 }
 
 struct ResampleCase {

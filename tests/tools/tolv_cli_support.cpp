@@ -136,6 +136,23 @@ Outcome runTolv(const std::vector<std::string> &args, const std::vector<std::str
     return r;
 }
 
+int startTolv(const std::vector<std::string> &args)
+{
+    pid_t pid = fork();
+    if (pid == 0) {
+        if (!freopen("/dev/null", "w", stdout) || !freopen("/dev/null", "w", stderr))
+            _exit(127);
+        std::vector<char *> argv;
+        argv.push_back(const_cast<char *>(TOLV_CLI));
+        for (const std::string &a : args)
+            argv.push_back(const_cast<char *>(a.c_str()));
+        argv.push_back(nullptr);
+        execv(TOLV_CLI, argv.data());
+        _exit(127);
+    }
+    return pid;
+}
+
 ScratchDir::ScratchDir()
 {
     std::string pattern = scratchRoot() + "/tolv-cli-XXXXXX";

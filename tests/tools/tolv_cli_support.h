@@ -53,6 +53,10 @@ struct Outcome {
 Outcome runTolv(const std::vector<std::string> &args,
             const std::vector<std::string> &env = {});
 
+/* Starts the tolv program in the background, its output discarded;
+ * returns the process id. */
+int startTolv(const std::vector<std::string> &args);
+
 /* A fresh folder under the test scratch area, removed at the end. */
 class ScratchDir {
 public:

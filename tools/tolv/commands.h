@@ -33,7 +33,6 @@ extern const int kCommandCount;
 
 /* Prints the --help text of a command. */
 void printUsage(const Command &command);
-const Command &commandNamed(const std::string &name);
 
 } // namespace cli
 

@@ -119,14 +119,6 @@ void printUsage(const Command &command)
     std::fputs(command.usage, stdout);
 }
 
-const Command &commandNamed(const std::string &name)
-{
-    for (const Command &c : kCommands)
-        if (name == c.name)
-            return c;
-    throw UsageError("unknown command " + name);
-}
-
 } // namespace cli
 
 static void printOverview()
@@ -151,8 +143,17 @@ int main(int argc, char **argv)
     cli::installCleanupHandler();
     cli::installMessageHandler();
     std::string name = argv[1];
+    const cli::Command *found = nullptr;
+    for (const cli::Command &c : cli::kCommands)
+        if (name == c.name)
+            found = &c;
+    if (!found) {
+        std::fprintf(stderr, "tolv: unknown command %s\nTry 'tolv --help'.\n",
+                     name.c_str());
+        return 2;
+    }
     try {
-        const cli::Command &command = cli::commandNamed(name);
+        const cli::Command &command = *found;
         cli::Arguments args(argv + 2, argv + argc);
         for (const std::string &a : args)
             if (a == "--help" || a == "-h") {
@@ -162,8 +163,7 @@ int main(int argc, char **argv)
         return command.run(args);
     } catch (const cli::UsageError &e) {
         std::fprintf(stderr, "tolv %s: %s\n", name.c_str(), e.what());
-        std::fprintf(stderr, "Try 'tolv %s --help'.\n",
-                     name.rfind('-', 0) == 0 ? "" : name.c_str());
+        std::fprintf(stderr, "Try 'tolv %s --help'.\n", name.c_str());
         return 2;
     } catch (const cli::Failure &e) {
         std::fprintf(stderr, "tolv %s: %s\n", name.c_str(), e.what());
