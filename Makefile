@@ -52,8 +52,10 @@ fuzz:
 	cmake --build $(FUZZ_BUILD) -j $(JOBS)
 	./fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
 
+# The main job on built-in material: test audio made on the spot, every tolv
+# subcommand run on it, and a report of the figures measured.
 demo: build
-	$(BUILD)/examples/tolv_demo
+	sh tools/tolv/demo.sh $(BUILD) $(BUILD)/demo
 
 install: build
 	cmake --install $(BUILD)

@@ -4,7 +4,7 @@
 # machine. Usage: deps.sh [group ...], groups: build (default), bench, fuzz.
 set -e
 groups="${*:-build}"
-pkgs="cmake g++ make pkg-config libgtest-dev libbenchmark-dev libfftw3-dev libkissfft-dev libwebrtc-audio-processing-dev"
+pkgs="cmake g++ make pkg-config libgtest-dev libbenchmark-dev libfftw3-dev libkissfft-dev libwebrtc-audio-processing-dev libsndfile1-dev"
 for g in $groups; do
     case "$g" in
     build) ;;
