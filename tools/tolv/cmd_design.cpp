@@ -26,7 +26,9 @@ std::string level(float db)
 {
     if (db <= -kResponseFloorDb + 0.05)
         return format("below -%.0f dB", kResponseFloorDb);
-    return format("%.2f dB", db);
+    // Rounding leaves a gain of 1 a hair below or above 0 dB; "-0.00" would
+    // only puzzle.
+    return format("%.2f dB", std::fabs(db) < 0.005f ? 0.0f : db);
 }
 
 std::string bandList(const std::vector<Band> &bands, int fs)

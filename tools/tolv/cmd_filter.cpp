@@ -26,6 +26,10 @@ int runFilter(const Arguments &argv)
     // first and so win.
     if (!spec.fsGiven)
         text += format(", fs=%d", reader.rate());
+    else if (spec.fs != reader.rate())
+        std::fprintf(stderr, "tolv filter: note: the text's fs of %d Hz is not the "
+                     "rate of %s (%d Hz); its edges are placed for %d Hz\n",
+                     spec.fs, in.c_str(), reader.rate(), spec.fs);
     if (!spec.channelsGiven)
         text += format(", num_channels=%d", reader.channels());
     else if (spec.channels != reader.channels())
