@@ -50,7 +50,7 @@ TEST(TolvInfo, TellsWhetherTheWisdomFileIsThere)
 /* Each design's figures against what its text asks for: order and section
  * count, the -3 dB points at the edges of designs whose edge attenuation is
  * 3 dB, ripple within Ap, stopband below -As. */
-TEST(TolvDesign, FiguresMatchTheSpecification)
+TEST(TolvDesign, FiguresMatchWhatTheTextAsks)
 {
     const struct {
         const char *text;
@@ -125,7 +125,7 @@ TEST(TolvDesign, RefusalsShowTheLibrarysMessage)
         {{"design", "fpass=300, order=2"}, 1, "you must specify a sampling frequency"},
         {{"design", "type=bp, fpass1=0.4, fpass2=0.2, order=2"}, 1, "edges are out of order"},
         {{"design", "fpass=0.25, order=2", "--fs", "0"}, 2, "--fs must be positive"},
-        {{"design"}, 2, "needs exactly one specification text"},
+        {{"design"}, 2, "needs exactly one filter text"},
     };
     for (const auto &row : rows) {
         Outcome r = runTolv(row.args);

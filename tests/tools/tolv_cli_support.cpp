@@ -12,7 +12,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern char **environ;
 
 namespace clitest {
 
@@ -102,6 +101,21 @@ std::string scratchRoot()
     mkdir(dir.c_str(), 0777);
     return dir;
 }
+
+/* In a forked child: the streams to the two files, then the program. */
+[[noreturn]] void execTolv(const std::vector<std::string> &args, const std::string &out,
+                           const std::string &err)
+{
+    if (!freopen(out.c_str(), "w", stdout) || !freopen(err.c_str(), "w", stderr))
+        _exit(127);
+    std::vector<char *> argv;
+    argv.push_back(const_cast<char *>(TOLV_CLI));
+    for (const std::string &a : args)
+        argv.push_back(const_cast<char *>(a.c_str()));
+    argv.push_back(nullptr);
+    execv(TOLV_CLI, argv.data());
+    _exit(127);
+}
 } // namespace
 
 Outcome runTolv(const std::vector<std::string> &args, const std::vector<std::string> &env)
@@ -117,15 +131,7 @@ Outcome runTolv(const std::vector<std::string> &args, const std::vector<std::str
             else
                 setenv(e.substr(0, eq).c_str(), e.substr(eq + 1).c_str(), 1);
         }
-        if (!freopen(out.c_str(), "w", stdout) || !freopen(err.c_str(), "w", stderr))
-            _exit(127);
-        std::vector<char *> argv;
-        argv.push_back(const_cast<char *>(TOLV_CLI));
-        for (const std::string &a : args)
-            argv.push_back(const_cast<char *>(a.c_str()));
-        argv.push_back(nullptr);
-        execve(TOLV_CLI, argv.data(), environ);
-        _exit(127);
+        execTolv(args, out, err);
     }
     int status = 0;
     waitpid(pid, &status, 0);
@@ -139,17 +145,8 @@ Outcome runTolv(const std::vector<std::string> &args, const std::vector<std::str
 int startTolv(const std::vector<std::string> &args)
 {
     pid_t pid = fork();
-    if (pid == 0) {
-        if (!freopen("/dev/null", "w", stdout) || !freopen("/dev/null", "w", stderr))
-            _exit(127);
-        std::vector<char *> argv;
-        argv.push_back(const_cast<char *>(TOLV_CLI));
-        for (const std::string &a : args)
-            argv.push_back(const_cast<char *>(a.c_str()));
-        argv.push_back(nullptr);
-        execv(TOLV_CLI, argv.data());
-        _exit(127);
-    }
+    if (pid == 0)
+        execTolv(args, "/dev/null", "/dev/null");
     return pid;
 }
 

@@ -54,7 +54,7 @@ int runDesign(const Arguments &argv)
 {
     Args args(argv, {{"--fs", "--plot"}, {}});
     if (args.positional().size() != 1)
-        throw UsageError("needs exactly one specification text");
+        throw UsageError("needs exactly one filter text");
     std::string text = args.positional()[0];
     if (args.has("--fs")) {
         long fs = parseInteger(args.get("--fs", ""), "--fs");

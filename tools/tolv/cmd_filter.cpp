@@ -15,7 +15,7 @@ int runFilter(const Arguments &argv)
 {
     Args args(argv, {{"--encoding"}, {}});
     if (args.positional().size() != 3)
-        throw UsageError("needs IN, OUT and a specification text");
+        throw UsageError("needs IN, OUT and a filter text");
     const std::string &in = args.positional()[0], &out = args.positional()[1];
     std::string text = args.positional()[2];
 

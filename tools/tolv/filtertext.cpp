@@ -127,27 +127,20 @@ std::vector<Band> stopBands(const FilterText &f)
     if (f.form != FilterText::Design || f.p1 <= 0)
         return {};
     double s1 = f.s1, s2 = f.s2;
-    switch (f.typeCode) {
-    case 0: return s1 > 0 ? std::vector<Band>{{s1, 1.0}} : std::vector<Band>{};
-    case 1: return s1 > 0 ? std::vector<Band>{{0.0, s1}} : std::vector<Band>{};
-    case 2:
-        if (s1 <= 0 && s2 <= 0)
-            return {};
-        if (s2 <= 0)
-            s2 = (f.p1 + f.p2) - s1;
-        if (s1 <= 0)
-            s1 = (f.p1 + f.p2) - s2;
+    if (f.typeCode == 0)
+        return s1 > 0 ? std::vector<Band>{{s1, 1.0}} : std::vector<Band>{};
+    if (f.typeCode == 1)
+        return s1 > 0 ? std::vector<Band>{{0.0, s1}} : std::vector<Band>{};
+    if ((f.typeCode != 2 && f.typeCode != 3) || (s1 <= 0 && s2 <= 0))
+        return {};
+    // One stop edge of a band implies the other, mirrored about the band.
+    if (s2 <= 0)
+        s2 = (f.p1 + f.p2) - s1;
+    if (s1 <= 0)
+        s1 = (f.p1 + f.p2) - s2;
+    if (f.typeCode == 2)
         return {{0.0, s1}, {s2, 1.0}};
-    case 3:
-        if (s1 <= 0 && s2 <= 0)
-            return {};
-        if (s2 <= 0)
-            s2 = (f.p1 + f.p2) - s1;
-        if (s1 <= 0)
-            s1 = (f.p1 + f.p2) - s2;
-        return {{s1, s2}};
-    default: return {};
-    }
+    return {{s1, s2}};
 }
 
 const char *typeName(int code)

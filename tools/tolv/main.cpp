@@ -26,7 +26,7 @@ const Command kCommands[] = {
     {"design", "design a filter from a text and measure it",
      "usage: tolv design SPEC [--fs RATE] [--plot FILE.png]\n"
      "\n"
-     "Designs the filter of the specification text SPEC and measures the\n"
+     "Designs the filter that the text SPEC describes and measures the\n"
      "running filter's impulse response: order and sections, gain at DC and\n"
      "Nyquist, the -3 dB points, passband ripple and stopband floor.\n"
      "\n"

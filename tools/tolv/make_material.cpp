@@ -6,6 +6,7 @@
  *
  * usage: tolv_make_material OUTDIR [--seconds S] [--delay FRAMES]
  */
+#include <cerrno>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -20,9 +21,11 @@
 namespace {
 
 const int kRate = 44100, kChannels = 2;
+const double kMaxSeconds = 3600.0;
 
 /* A small linear congruential generator: the material is the same on every
- * run and every machine. */
+ * run and every machine. Only the top 24 bits are used; the low bits of such
+ * a generator repeat with short periods. */
 struct Noise {
     uint32_t state;
     float next()
@@ -32,17 +35,23 @@ struct Noise {
     }
 };
 
+/* Left: 440 Hz and 5000 Hz; right: 1000 Hz; both: the chirp and independent
+ * noise. The amplitudes add up to at most 0.62 (-4.2 dBFS), so neither the
+ * 16-bit file nor the filters and converters downstream clip. */
 std::vector<float> material(int64_t frames)
 {
     const double pi = 3.141592653589793;
     const double seconds = double(frames) / kRate;
     const double f0 = 100.0, f1 = 15000.0, k = std::log(f1 / f0) / seconds;
+    // 50 ms linear ramps, so the ends do not click and the spectrum does not
+    // smear from a step at the start.
     const double fade = 0.05 * kRate;
     Noise noise{20261122u};
     std::vector<float> x(size_t(frames) * kChannels);
     for (int64_t n = 0; n < frames; n++) {
         const double t = double(n) / kRate;
-        // The chirp's phase integrates its exponentially rising frequency.
+        // The chirp's phase integrates its exponentially rising frequency
+        // f0 * exp(k t), which reaches f1 at the last frame.
         const double chirp = std::sin(2.0 * pi * f0 * (std::exp(k * t) - 1.0) / k);
         const double gain = std::fmin(1.0, std::fmin(double(n), double(frames - 1 - n)) / fade);
         const double left = 0.25 * std::sin(2 * pi * 440 * t) +
@@ -54,7 +63,21 @@ std::vector<float> material(int64_t frames)
     return x;
 }
 
-bool write(const std::string &path, const std::vector<float> &x)
+/* The same signal later by `delay` frames, cut to the same length, plus
+ * quieter noise (about -45 dBFS) drawn from another seed. */
+std::vector<float> delayed(const std::vector<float> &x, int64_t delay)
+{
+    const size_t shift = size_t(delay) * kChannels;
+    std::vector<float> y(x.size(), 0.0f);
+    for (size_t i = shift; i < y.size(); i++)
+        y[i] = x[i - shift];
+    Noise noise{7u};
+    for (float &v : y)
+        v += 0.01f * noise.next();
+    return y;
+}
+
+bool write(const std::string &path, const std::vector<float> &x, const char *note)
 {
     SF_INFO info{};
     info.channels = kChannels;
@@ -69,24 +92,40 @@ bool write(const std::string &path, const std::vector<float> &x)
     const sf_count_t frames = sf_count_t(x.size() / kChannels);
     bool ok = sf_writef_float(f, x.data(), frames) == frames;
     ok = sf_close(f) == 0 && ok;
-    if (!ok)
+    if (!ok) {
         std::fprintf(stderr, "tolv_make_material: error writing %s\n", path.c_str());
-    else
-        std::printf("%s: %lld frames, %d channels at %d Hz\n", path.c_str(),
-                    (long long)frames, kChannels, kRate);
-    return ok;
+        return false;
+    }
+    std::printf("%s: %lld frames, %d channels at %d Hz%s\n", path.c_str(), (long long)frames,
+                kChannels, kRate, note);
+    return true;
 }
 
-long number(const char *text, const char *what)
+/* Creates `dir` and any missing parents. */
+bool make_dirs(const std::string &dir)
 {
-    char *end = nullptr;
-    long v = std::strtol(text, &end, 10);
-    if (!*text || *end || v < 0) {
-        std::fprintf(stderr, "tolv_make_material: %s must be a whole number, not \"%s\"\n",
-                     what, text);
-        std::exit(2);
+    for (size_t at = 1; at <= dir.size(); at++) {
+        if (at < dir.size() && dir[at] != '/')
+            continue;
+        const std::string part = dir.substr(0, at);
+        if (mkdir(part.c_str(), 0777) != 0 && errno != EEXIST) {
+            std::fprintf(stderr, "tolv_make_material: cannot create %s: %s\n", part.c_str(),
+                         std::strerror(errno));
+            return false;
+        }
     }
-    return v;
+    struct stat st;
+    if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+        std::fprintf(stderr, "tolv_make_material: %s is not a folder\n", dir.c_str());
+        return false;
+    }
+    return true;
+}
+
+[[noreturn]] void usage_error(const char *what, const char *text)
+{
+    std::fprintf(stderr, "tolv_make_material: %s, not \"%s\"\n", what, text);
+    std::exit(2);
 }
 
 } // namespace
@@ -98,39 +137,47 @@ int main(int argc, char **argv)
         return 2;
     }
     const std::string dir = argv[1];
-    long seconds = 4, delay = 1234;
+    double seconds = 4.0;
+    long long delay = 1234;
     for (int i = 2; i < argc; i += 2) {
+        const bool is_seconds = !std::strcmp(argv[i], "--seconds");
+        if (!is_seconds && std::strcmp(argv[i], "--delay")) {
+            std::fprintf(stderr, "tolv_make_material: unknown option %s\n", argv[i]);
+            return 2;
+        }
         if (i + 1 >= argc) {
             std::fprintf(stderr, "tolv_make_material: %s needs a value\n", argv[i]);
             return 2;
         }
-        if (!std::strcmp(argv[i], "--seconds"))
-            seconds = number(argv[i + 1], "--seconds");
-        else if (!std::strcmp(argv[i], "--delay"))
-            delay = number(argv[i + 1], "--delay");
-        else {
-            std::fprintf(stderr, "tolv_make_material: unknown option %s\n", argv[i]);
-            return 2;
+        const char *value = argv[i + 1];
+        char *end = nullptr;
+        if (is_seconds) {
+            seconds = std::strtod(value, &end);
+            if (!*value || *end || !(seconds > 0.0 && seconds <= kMaxSeconds))
+                usage_error("--seconds must be a number above 0 and at most 3600", value);
+        } else {
+            errno = 0;
+            delay = std::strtoll(value, &end, 10);
+            if (!*value || *end || errno || delay < 0)
+                usage_error("--delay must be a whole number of frames, 0 or more", value);
         }
     }
-    const int64_t frames = int64_t(seconds) * kRate;
-    if (frames < 1 || delay >= frames) {
-        std::fprintf(stderr, "tolv_make_material: the delay must be shorter than the material\n");
+    const int64_t frames = std::llround(seconds * kRate);
+    if (delay >= frames) {
+        std::fprintf(stderr,
+                     "tolv_make_material: a delay of %lld frames leaves nothing of %lld frames\n",
+                     delay, (long long)frames);
         return 2;
     }
-    mkdir(dir.c_str(), 0777);
+    if (!make_dirs(dir))
+        return 1;
 
     const std::vector<float> x = material(frames);
-    // The same signal, later by `delay` frames and cut to the same length,
-    // with quieter noise of its own.
-    std::vector<float> y(x.size(), 0.0f);
-    Noise noise{7u};
-    for (size_t i = 0; i < y.size(); i++) {
-        const size_t from = i - size_t(delay) * kChannels;
-        y[i] = (i >= size_t(delay) * kChannels ? x[from] : 0.0f) + 0.01f * noise.next();
-    }
-    if (!write(dir + "/material.wav", x) || !write(dir + "/material-delayed.wav", y))
+    char note[96];
+    std::snprintf(note, sizeof note, ", delayed by %lld frames (%.3f ms)", delay,
+                  1000.0 * double(delay) / kRate);
+    if (!write(dir + "/material.wav", x, "") ||
+        !write(dir + "/material-delayed.wav", delayed(x, delay), note))
         return 1;
-    std::printf("delay put in: %ld frames (%.3f ms)\n", delay, 1000.0 * delay / kRate);
     return 0;
 }
