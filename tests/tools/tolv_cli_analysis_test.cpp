@@ -205,7 +205,7 @@ TEST(TolvSpectrum, ArgumentsAreChecked)
     // Shorter than a frame: analysed as one padded frame.
     Outcome shortFile = runTolv({"spectrum", dir.path("a.wav")});
     EXPECT_EQ(0, shortFile.status);
-    EXPECT_NE(std::string::npos, shortFile.out.find("1 frames of 2048"));
+    EXPECT_NE(std::string::npos, shortFile.out.find("1 analysis frame of 2048"));
 }
 
 /* B is A delayed by d frames (or advanced), with its own noise; both

@@ -195,11 +195,11 @@ int runSpectrum(const Arguments &argv)
     TOLV_DestroyComplexVector(scratch);
     TOLV_FFTProcDestroy(fft);
 
-    std::printf("%s: %lld frames, %d channel%s at %d Hz; %lld frames of %d "
+    std::printf("%s: %lld frames, %d channel%s at %d Hz; %lld analysis frame%s of %d "
                 "(%s window, hop %ld), %.3f Hz per bin\n",
                 in.c_str(), (long long)reader.frames(), channels,
-                channels == 1 ? "" : "s", reader.rate(), (long long)analysed, N,
-                TOLV_GetWindowName(type), hop, binHz);
+                channels == 1 ? "" : "s", reader.rate(), (long long)analysed,
+                analysed == 1 ? "" : "s", N, TOLV_GetWindowName(type), hop, binHz);
     std::vector<std::vector<float>> db;
     std::vector<float> mean(bins);
     for (int c = 0; c < channels; c++) {
