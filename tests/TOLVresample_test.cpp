@@ -1,7 +1,7 @@
 // Sample-rate conversion: grid and prototype figures, configuration keys, the
 // stored low-passes of the zero-order hold, streaming against a direct
-// convolution model under any block split, the flush, quality, and the reports
-// and exits of bad objects.
+// convolution model under any block split, the flush, and the reports and exits
+// of bad objects.
 #include "TOLVresample/resample.h"
 
 #include <gtest/gtest.h>
@@ -9,7 +9,6 @@
 #include <cmath>
 #include <complex>
 #include <cstdlib>
-#include <numeric>
 #include <string>
 #include <vector>
 
@@ -105,11 +104,11 @@ struct Figures {
 
 TEST_F(ResampleTest, GridAndPrototypeFigures)
 {
-    for (Figures f : {Figures{44100, 48000, nullptr, 160, 147, 9600, 61, 33, {}, {}},
+    for (Figures f : {Figures{44100, 48000, nullptr, 160, 147, 9600, 61, 33, {1, 2400, 4799},
+                              {4.0899045702395215e-10, 0.005100565034417265, 0.9499445348134091}},
                       {8000, 16000, nullptr, 2, 1, 120, 61, 60, {}, {}},
                       {48000, 44100, nullptr, 147, 160, 9600, 66, 30, {}, {}},
                       {48000, 48000, nullptr, 1, 1, 60, 61, 30, {}, {}},
-                      {12000, 44100, nullptr, 147, 40, 8820, 61, 110, {}, {}},
                       {16000, 8000, "order=4", 1, 2, 16, 17, 4, {1, 2, 7},
                        {-0.0004995612800651153, 0.0013939645511713392, 0.27949279886498046}},
                       {8000, 24000, "order=2", 3, 1, 12, 5, 6, {1, 2, 5},
@@ -136,58 +135,65 @@ TEST_F(ResampleTest, GridAndPrototypeFigures)
 }
 
 // The text is lowered first; unknown types take the hold without a word; the
-// order defaults to the process setting (30 when unset, as in the figures
-// above), the text's key wins; 8000 to 16000 has K = 2 order + 1, D = 2 order.
+// order defaults to the process setting (7 here), the text's key wins; 8000 to
+// 16000 has K = 2 order + 1, D = 2 order. Only the first 256 bytes count:
+// ",order=12" ending at byte 255 is read (K 25), one ending at byte 256 is cut
+// to order 1 (K 3), one past the copy is not seen. Long unterminated or junk
+// texts are read within the copy.
 TEST_F(ResampleTest, ConfigurationKeys)
 {
     KEELSETTINGS_SetValueEx(nullptr, "libtolv.resample.polyphase.order=%d", 7);
-    struct Case { const char *config; uint32_t kind; int32_t K, skip; };
-    for (Case c : {Case{nullptr, 0, 15, 14}, {"", 0, 15, 14}, {"TYPE=PolyPhase", 0, 15, 14},
-                   {"type=poly, order=30", 0, 61, 60}, {"type=ZOH", 1, 0, 0},
-                   {"type=polyphaser", 1, 0, 0}, {"type=zoh, order=0", 1, 0, 0},
-                   {"ORDER=5, DelayCompensation=false", 0, 11, 0},
-                   {"delaycompensation=no", 0, 15, 0}, {"order=1", 0, 3, 2}}) {
-        _TOLV_RESAMPLE *r = TOLV_ResampleInit(8000, 16000, c.config);
-        ASSERT_EQ(r->kind, c.kind) << c.config;
-        EXPECT_TRUE(c.kind ? Zoh(r)->coefficientCount == 10
-                           : Poly(r)->tapsPerPhase == c.K && Poly(r)->skipRemaining == c.skip &&
-                                 Poly(r)->flushRemaining == c.K - 1) << c.config;
+    auto order12At = [](size_t end) { return std::string(end - 8, 'x') + ",order=12"; };
+    auto check = [&](const char *config, uint32_t kind, int32_t K, int32_t skip) {
+        const std::string what = config ? std::string(config).substr(0, 40) : "null";
+        _TOLV_RESAMPLE *r = TOLV_ResampleInit(8000, 16000, config);
+        ASSERT_EQ(r->kind, kind) << what;
+        EXPECT_TRUE(kind ? Zoh(r)->coefficientCount == 10
+                         : Poly(r)->tapsPerPhase == K && Poly(r)->skipRemaining == skip &&
+                               Poly(r)->flushRemaining == K - 1) << what;
         EXPECT_EQ(TOLV_ResampleDestroy(r), 1);
-    }
+    };
+    check(nullptr, 0, 15, 14);
+    struct Case { std::string config; uint32_t kind; int32_t K, skip; };
+    for (const Case &c :
+         {Case{"", 0, 15, 14}, {"TYPE=PolyPhase", 0, 15, 14}, {"type=poly, order=30", 0, 61, 60},
+          {"type=ZOH", 1, 0, 0}, {"type=polyphaser", 1, 0, 0}, {"type=zoh, order=0", 1, 0, 0},
+          {"ORDER=5, DelayCompensation=false", 0, 11, 0}, {"delaycompensation=no", 0, 15, 0},
+          {"order=1", 0, 3, 2}, {order12At(255), 0, 25, 24}, {order12At(256), 0, 3, 2},
+          {order12At(262), 0, 15, 14}, {std::string(100000, 'q'), 0, 15, 14},
+          {std::string(300, '[') + "type=zoh", 0, 15, 14}, {"type=" + std::string(400, 'z'), 1, 0, 0},
+          {std::string("\xff\xfe order\x01=\x7f", 12), 0, 15, 14}})
+        check(c.config.c_str(), c.kind, c.K, c.skip);
     EXPECT_TRUE(messages.empty());
-}
-
-// Only the first 256 bytes count: ",order=12" ends at byte 255 (read: K 25), at
-// byte 256 (cut to order 1: K 3), or lies past the copy (default: K 61). Long
-// unterminated or junk texts are read within the copy.
-TEST_F(ResampleTest, OnlyTheFirst256BytesOfTheTextCount)
-{
-    for (auto c : {std::pair<size_t, int32_t>{255, 25}, {256, 3}, {262, 61}}) {
-        _TOLV_RESAMPLE *r =
-            TOLV_ResampleInit(8000, 16000, (std::string(c.first - 8, 'x') + ",order=12").c_str());
-        EXPECT_EQ(Poly(r)->tapsPerPhase, c.second) << c.first;
-        TOLV_ResampleDestroy(r);
-    }
-    for (const std::string &t :
-         {std::string(100000, 'q'), std::string(5000, '='), std::string(300, '[') + "type=zoh",
-          "type=" + std::string(400, 'z'), std::string("\xff\xfe order\x01=\x7f", 12)}) {
-        _TOLV_RESAMPLE *r = TOLV_ResampleInit(8000, 16000, t.c_str());
-        EXPECT_TRUE(r->kind == TOLV_RESAMPLE_ZOH || Poly(r)->tapsPerPhase == 61);
-        TOLV_ResampleDestroy(r);
-    }
 }
 
 // Rates below 1: an error and nothing made. An order below 1: a terminal
 // report and a handle without state (freed here by hand: no operation can).
-TEST_F(ResampleTest, RefusedRatesAndOrders)
+// Hold pairs outside the table, equal rates included, are reported with the
+// pair and still made, with no filter; they run on their grid, memory-safely.
+TEST_F(ResampleTest, RefusedRatesOrdersAndHoldPairs)
 {
-    struct Case { int in, out; const char *config; int level; };
-    for (Case c : {Case{0, 48000, nullptr, 2}, {48000, 0, "type=zoh", 2}, {-1, 8000, nullptr, 2},
-                   {44100, 48000, "order=0", 3}, {8000, 16000, "ORDER=-2147483648", 3}}) {
+    const std::string refused = "TOLV_ResampleInit: Parametros invalidos",
+                      unknown = "TOLV_ZOHResampleInit: Unsuported sample rate convertion: ";
+    struct Case { int in, out; const char *config; int level; std::string said; };
+    for (const Case &c :
+         {Case{0, 48000, nullptr, 2, refused}, {48000, 0, "type=zoh", 2, refused},
+          {-1, 8000, nullptr, 2, refused}, {44100, 48000, "order=0", 3, refused},
+          {8000, 16000, "ORDER=-2147483648", 3, refused},
+          {48000, 48000, "type=zoh", 3, unknown + "48000 to 48000"},
+          {12000, 8000, "type=zoh", 3, unknown + "12000 to 8000"},
+          {7, 3, "type=zoh", 3, unknown + "7 to 3"}}) {
         messages.clear();
         _TOLV_RESAMPLE *r = TOLV_ResampleInit(c.in, c.out, c.config);
-        EXPECT_EQ(messages, (Messages{{c.level, "TOLV_ResampleInit: Parametros invalidos"}}));
+        EXPECT_EQ(messages, (Messages{{c.level, c.said}}));
         EXPECT_EQ(r == nullptr, c.level == KEEL_LEVEL_ERROR);
+        if (r && r->kind == TOLV_RESAMPLE_ZOH) {
+            EXPECT_TRUE(Zoh(r)->coefficientCount == 0 && !Zoh(r)->aCoeffs && !Zoh(r)->bCoeffs);
+            EXPECT_EQ(int64_t(RunBlocks(r, UniformNoise(64, 1), {64}).size()),
+                      TicksOf(64, Zoh(r)->up, Zoh(r)->down));
+            EXPECT_EQ(TOLV_ResampleDestroy(r), 1);
+            continue;
+        }
         EXPECT_TRUE(!r || (r->kind == TOLV_RESAMPLE_POLYPHASE && r->impl == nullptr));
         free(r);
     }
@@ -228,7 +234,7 @@ const StoredTable kTables[] = {
     {11, 0.0791, 0.0818, -4.926937542393262e-07, 2.5338762856159935e-07, {{96000, 8000}}}};
 
 // Both directions of every pair take their row (the first match, so 16000 to
-// 8000 takes a table of 10 coefficients), with one cleared block of memories.
+// 8000 takes a table of 10 coefficients).
 TEST_F(ResampleTest, StoredFiltersRowsAndEdges)
 {
     ASSERT_EQ(FilterSetRows, 28);
@@ -259,12 +265,8 @@ TEST_F(ResampleTest, StoredFiltersRowsAndEdges)
                 int in = dir ? pair.first : pair.second, out = dir ? pair.second : pair.first;
                 _TOLV_RESAMPLE *r = TOLV_ResampleInit(in, out, "type=zoh");
                 const _TOLV_ZOH *s = Zoh(r);
-                const int g = std::gcd(in, out);
                 EXPECT_TRUE(s->aCoeffs == a && s->bCoeffs == b && s->coefficientCount == t.count &&
-                            s->upsampling == (in < out) && s->stateB == s->stateA + t.count + 1 &&
-                            s->stagingFactor == (out / g) / (in / g) + 1) << in << " to " << out;
-                EXPECT_EQ(std::vector<double>(s->stateA, s->stateA + 2 * t.count + 2),
-                          std::vector<double>(2 * t.count + 2, 0.0));
+                            s->upsampling == (in < out)) << in << " to " << out;
                 EXPECT_EQ(TOLV_ResampleDestroy(r), 1);
             }
             row++;
@@ -272,27 +274,6 @@ TEST_F(ResampleTest, StoredFiltersRowsAndEdges)
     }
     EXPECT_TRUE(messages.empty());
 }
-
-// Pairs outside the table, equal rates included, are reported with the pair
-// and still made, with no filter; they run on their grid, memory-safely.
-TEST_F(ResampleTest, HoldPairsOutsideTheTable)
-{
-    for (auto pair : {std::pair<int, int>{48000, 48000}, {12000, 8000}, {8000, 12000}, {7, 3}}) {
-        messages.clear();
-        _TOLV_RESAMPLE *r = TOLV_ResampleInit(pair.first, pair.second, "type=zoh");
-        EXPECT_TRUE(r->kind == TOLV_RESAMPLE_ZOH && Zoh(r)->coefficientCount == 0 &&
-                    Zoh(r)->aCoeffs == nullptr && Zoh(r)->bCoeffs == nullptr);
-        const std::string said = "TOLV_ZOHResampleInit: Unsuported sample rate convertion: " +
-                                 std::to_string(pair.first) + " to " + std::to_string(pair.second);
-        EXPECT_EQ(messages, (Messages{{KEEL_LEVEL_TERMINAL, said}}));
-        EXPECT_EQ(int64_t(RunBlocks(r, UniformNoise(64, 1), {64}).size()),
-                  TicksOf(64, Zoh(r)->up, Zoh(r)->down));
-        EXPECT_EQ(TOLV_ResampleDestroy(r), 1);
-    }
-}
-
-using Rates = std::tuple<int, int, const char *>;
-class PolyStream : public ResampleTest, public ::testing::WithParamInterface<Rates> {};
 
 // Blocks plus a whole flush give exactly the model's ticks D, D + 1, ...: the
 // grid, the rows, the order of every sum, the dropped ticks, the f32 sum of the
@@ -304,42 +285,39 @@ class PolyStream : public ResampleTest, public ::testing::WithParamInterface<Rat
 // block (frame 1035), in the middle of one (2035) and into the flush (3015).
 // However the stream is cut, blocks of 0 and 1 included, the frames and the
 // flush that follows are those of the one cut.
-TEST_P(PolyStream, MatchesTheModelBitForBitHoweverCut)
+TEST_F(ResampleTest, PolyphaseMatchesTheModelBitForBitHoweverCut)
 {
-    const auto [in, out, config] = GetParam();
     std::vector<float> x = UniformNoise(3000, 7);
     for (int at : {1000, 2000, 2980})
         x[at] = 1e20f, x[at + 10] = -1e20f;
-    _TOLV_RESAMPLE *r = TOLV_ResampleInit(in, out, config);
-    _TOLV_POLYPHASE *s = Poly(r);
-    const int32_t skip = s->skipRemaining, D = s->flushRemaining;
-    float none = 0.0f;
-    EXPECT_EQ(TOLV_Resample(r, &none, &none, 0), 0);
-    EXPECT_TRUE(s->staging != nullptr && s->phase == 0 && s->skipRemaining == skip);
-    std::vector<float> once = RunBlocks(r, x, {1000, 37, 1, 0, 500, 1462});
-    Flush(r, 0, once);
-    ASSERT_EQ(int64_t(once.size()), TicksOf(3000, s->up, s->down) - skip + D);
-    const std::vector<float> model = ModelTicks(s, x, skip, int64_t(once.size()));
-    for (size_t i = 0; i < once.size(); i++)
-        ASSERT_EQ(once[i], model[i]) << "frame " << i << " of " << once.size();
-    TOLV_ResampleDestroy(r);
-    for (const std::vector<int> &split : {std::vector<int>{1}, {0, 1, 0, 2}, {7, 0, 64, 1},
-                                          {60, 61, 62}, {120, 3, 1999}, {2999, 1}}) {
-        r = TOLV_ResampleInit(in, out, config);
-        std::vector<float> y = RunBlocks(r, x, split);
-        Flush(r, 0, y);
-        EXPECT_TRUE(y == once) << "split starting " << split[0];
+    for (auto [in, out, config] :
+         {std::tuple<int, int, const char *>{44100, 48000, nullptr}, {48000, 44100, nullptr},
+          {16000, 8000, nullptr}, {48000, 48000, nullptr}, {8000, 44100, "order=3"},
+          {3, 2, "order=1"}, {11025, 16000, "order=2, delaycompensation=off"}}) {
+        const std::string what = std::to_string(in) + " to " + std::to_string(out);
+        _TOLV_RESAMPLE *r = TOLV_ResampleInit(in, out, config);
+        _TOLV_POLYPHASE *s = Poly(r);
+        const int32_t skip = s->skipRemaining, D = s->flushRemaining;
+        float none = 0.0f;
+        EXPECT_EQ(TOLV_Resample(r, &none, &none, 0), 0);
+        EXPECT_TRUE(s->staging != nullptr && s->phase == 0 && s->skipRemaining == skip);
+        std::vector<float> once = RunBlocks(r, x, {1000, 37, 1, 0, 500, 1462});
+        Flush(r, 0, once);
+        ASSERT_EQ(int64_t(once.size()), TicksOf(3000, s->up, s->down) - skip + D) << what;
+        const std::vector<float> model = ModelTicks(s, x, skip, int64_t(once.size()));
+        for (size_t i = 0; i < once.size(); i++)
+            ASSERT_EQ(once[i], model[i]) << what << ", frame " << i << " of " << once.size();
         TOLV_ResampleDestroy(r);
+        for (const std::vector<int> &split : {std::vector<int>{1}, {0, 1, 0, 2}, {60, 61, 62},
+                                              {2999, 1}}) {
+            r = TOLV_ResampleInit(in, out, config);
+            std::vector<float> y = RunBlocks(r, x, split);
+            Flush(r, 0, y);
+            EXPECT_TRUE(y == once) << what << ", split starting " << split[0];
+            TOLV_ResampleDestroy(r);
+        }
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Pairs, PolyStream,
-    ::testing::Values(Rates{44100, 48000, nullptr}, Rates{48000, 44100, nullptr},
-                      Rates{8000, 16000, nullptr}, Rates{16000, 8000, nullptr},
-                      Rates{48000, 48000, nullptr}, Rates{44100, 8000, "order=4"},
-                      Rates{8000, 44100, "order=3"}, Rates{3, 2, "order=1"},
-                      Rates{11025, 16000, "order=2, delaycompensation=off"}));
 
 // 44100 to 48000 (D 33) after 2000 frames, or after 20, shorter than the skip,
 // whose blocks give nothing and whose flush uses up the rest of the skip: the
@@ -349,9 +327,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(ResampleTest, FlushGivesUpToItsLimitAndEndsTheStream)
 {
     struct Case { int frames, maxFrames, given, reported; };
-    for (Case c : {Case{2000, 0, 33, 0}, {2000, -5, 33, 0}, {2000, 33, 33, 0}, {2000, 40, 33, 0},
-                   {2000, 5, 5, 28}, {2000, 1, 1, 32}, {2000, 32, 32, 1}, {20, 0, 33, 0},
-                   {20, 5, 5, 28}}) {
+    for (Case c : {Case{2000, 0, 33, 0}, {2000, -5, 33, 0}, {2000, 40, 33, 0}, {2000, 1, 1, 32},
+                   {2000, 32, 32, 1}, {20, 0, 33, 0}, {20, 5, 5, 28}}) {
         _TOLV_RESAMPLE *r = TOLV_ResampleInit(44100, 48000, nullptr);
         ASSERT_EQ(TOLV_ResampleFlushBufferSize(r), 33);
         const std::vector<float> x = UniformNoise(c.frames, 5);
@@ -376,7 +353,7 @@ TEST_F(ResampleTest, FlushGivesUpToItsLimitAndEndsTheStream)
 TEST_F(ResampleTest, HoldFollowsTheGridUnderAnySplit)
 {
     for (auto pair : {std::pair<int, int>{8000, 16000}, {16000, 8000}, {44100, 48000},
-                      {48000, 44100}, {8000, 44100}, {96000, 11025}}) {
+                      {96000, 11025}}) {
         _TOLV_RESAMPLE *r = TOLV_ResampleInit(pair.first, pair.second, "type=zoh");
         const _TOLV_ZOH *s = Zoh(r);
         auto lowPass = [&](const std::vector<float> &x) {
@@ -404,54 +381,6 @@ TEST_F(ResampleTest, HoldFollowsTheGridUnderAnySplit)
         TOLV_ResampleDestroy(r);
     }
 }
-
-struct Sine { int in, out; double hz, minSnrDb; };
-class PolyQuality : public ResampleTest, public ::testing::WithParamInterface<Sine> {};
-
-// One second of a sine keeps its frequency (a least-squares fit at the exact
-// output frequency leaves only noise, above the SNR in the test's name), its
-// level, and its timing within the rounding of D. The floors are a few dB
-// under what was measured.
-TEST_P(PolyQuality, SineKeepsFrequencyLevelAndTiming)
-{
-    const Sine c = GetParam();
-    std::vector<float> x(size_t(c.in));
-    for (int i = 0; i < c.in; i++)
-        x[size_t(i)] = float(0.5 * std::sin(2 * M_PI * c.hz * i / c.in));
-    _TOLV_RESAMPLE *r = TOLV_ResampleInit(c.in, c.out, nullptr);
-    std::vector<float> y = RunBlocks(r, x, {4096});
-    Flush(r, 0, y);
-    ASSERT_EQ(int64_t(y.size()), TicksOf(c.in, Poly(r)->up, Poly(r)->down));
-    const double w = 2 * M_PI * c.hz / c.out;
-    double ss = 0, sc = 0, cc = 0, ys = 0, yc = 0, sig = 0, err = 0, level = 0;
-    for (size_t k = 2000; k < y.size() - 2000; k++) {
-        double s = std::sin(w * k), co = std::cos(w * k);
-        ss += s * s, sc += s * co, cc += co * co, ys += y[k] * s, yc += y[k] * co;
-        level = std::max(level, double(std::fabs(y[k])));
-    }
-    const double det = ss * cc - sc * sc;
-    const double a = (ys * cc - yc * sc) / det, b = (yc * ss - ys * sc) / det;
-    for (size_t k = 2000; k < y.size() - 2000; k++) {
-        double m = a * std::sin(w * k) + b * std::cos(w * k);
-        sig += m * m, err += (y[k] - m) * (y[k] - m);
-    }
-    EXPECT_GT(10 * std::log10(sig / err), c.minSnrDb);
-    EXPECT_LT(std::fabs(std::atan2(-b, a) / w), 0.5) << "frames off the input's start";
-    EXPECT_NEAR(level, 0.5, 0.005);
-    TOLV_ResampleDestroy(r);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Sines, PolyQuality,
-    ::testing::Values(Sine{44100, 48000, 1000.0, 108}, /* measured 112.0 */
-                      Sine{48000, 44100, 1000.0, 111}, /* measured 114.2 */
-                      Sine{8000, 16000, 440.0, 64},    /* measured 66.7 */
-                      Sine{44100, 48000, 15000.0, 91}), /* measured 94.4 */
-    [](const ::testing::TestParamInfo<Sine> &i) {
-        return std::to_string(i.param.in) + "To" + std::to_string(i.param.out) + "At" +
-               std::to_string(int(i.param.hz)) + "HzOver" +
-               std::to_string(int(i.param.minSnrDb)) + "dB";
-    });
 
 // Null objects and kinds other than 0 and 1 are reported and refused where the
 // call can be survived; destroying a bad kind frees the handle only.
