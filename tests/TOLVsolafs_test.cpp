@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -31,9 +32,9 @@ struct Channel {
 
 struct Stretch {
     std::vector<float> out;
-    int blocks = 0, searches = 0, searchedNonZero = 0;
+    int blocks = 0, searches = 0;
     bool stalled = false;
-    std::vector<int32_t> skews, positions;
+    std::vector<int32_t> positions;
     std::vector<float> speeds;
 };
 
@@ -42,8 +43,7 @@ std::function<float(int)> Constant(float v) { return [v](int) { return v; }; }
 // Offers the stream in calls of `chunk` frames at the speed of each call's
 // first frame; behind every input call takes output until a call gives 0.
 // A call that gave one block is recorded: the prediction skew + p -
-// synthesisPos tells whether the search ran. Other channels' slots of the
-// output block must stay untouched.
+// synthesisPos tells whether the search ran.
 Stretch Drive(_TOLV_SOLAFS *s, const std::vector<float> &in, int chunk,
               const std::function<float(int)> &speedAt, int capacity, int channels = 1,
               int channel = 0)
@@ -57,15 +57,11 @@ Stretch Drive(_TOLV_SOLAFS *s, const std::vector<float> &in, int chunk,
         next += got;
         int n, produced = 0;
         do {
-            std::fill(block.begin(), block.end(), kSentinel);
             const int32_t skewBefore = s->skew;
             produced += n = TOLV_SolafsOutputData(s, channel, block.data(), capacity);
             EXPECT_EQ(n % len, 0);
-            for (size_t k = 0; k < block.size(); k++)
-                if (int(k % channels) == channel && int(k / channels) < n)
-                    r.out.push_back(block[k]);
-                else
-                    EXPECT_EQ(block[k], kSentinel) << "slot " << k;
+            for (int f = 0; f < n; f++)
+                r.out.push_back(block[size_t(channel + f * channels)]);
             r.blocks += n / len;
             if (n != len)
                 continue;
@@ -75,8 +71,6 @@ Stretch Drive(_TOLV_SOLAFS *s, const std::vector<float> &in, int chunk,
                                  : s->skew == predicted);
             EXPECT_EQ(s->alignedPos, s->lastAnalysisPos + s->skew);
             r.searches += searched;
-            r.searchedNonZero += searched && s->skew != 0;
-            r.skews.push_back(s->skew);
             r.positions.push_back(s->lastAnalysisPos);
             r.speeds.push_back(s->speed);
         } while (n > 0);
@@ -96,8 +90,8 @@ void Capture(int level, int, const char *text, void *user)
 TEST(SolafsTest, FrameGeometryAndDestroy)
 {
     struct Geometry { int ms, rate, w, points, candidates; };
-    for (Geometry g : {Geometry{20, 44100, 880, 55, 440}, {10, 8000, 80, 5, 40},
-                       {7, 8000, 56, 3, 28}, {1, 8000, 8, 0, 4}, {1, 7999, 0, 0, 0}}) {
+    for (Geometry g : {Geometry{20, 44100, 880, 55, 440}, {7, 8000, 56, 3, 28}, {1, 8000, 8, 0, 4},
+                       {1, 7999, 0, 0, 0}}) {
         Channel c(g.ms, g.rate, 3);
         EXPECT_EQ((std::vector<int32_t>{c->frameLength, c->similarityLength, c->overlapLength,
                                         c->synthesisHop, c->inputEnd, c->maxSkew, c->inputCapacity,
@@ -110,58 +104,49 @@ TEST(SolafsTest, FrameGeometryAndDestroy)
             EXPECT_NEAR(c->crossFade[i], (i + 1.0) / (c->overlapLength + 1.0), 6e-8);
         for (int i = 0; i < g.points; i++)
             EXPECT_EQ(c->similarityIndex[i], 8 * i + 1 - c->similarityLength);
-        Messages messages;
-        int objects = KEELMEM_GetObjectCount(c->memDescr), live = KEELMEM_LiveDescriptorCount();
-        KEELDEBUG_SetMessageHandler(Capture, &messages);
-        TOLV_SolafsDestroy(c.s);
-        TOLV_SolafsDestroy(nullptr);
-        KEELDEBUG_SetMessageHandler(nullptr, nullptr);
-        ASSERT_EQ(messages.size(), 1u);
-        EXPECT_EQ(messages[0].first, KEEL_LEVEL_LOG);
-        EXPECT_NE(messages[0].second.find("Solafs channel"), std::string::npos);
-        EXPECT_EQ(KEELMEM_LiveDescriptorCount(), live);
-        EXPECT_EQ(KEELMEM_GetObjectCount(c->memDescr), objects);
     }
+    Channel c(20, 44100);
+    Messages messages;
+    int objects = KEELMEM_GetObjectCount(c->memDescr), live = KEELMEM_LiveDescriptorCount();
+    KEELDEBUG_SetMessageHandler(Capture, &messages);
+    TOLV_SolafsDestroy(c.s);
+    TOLV_SolafsDestroy(nullptr);
+    KEELDEBUG_SetMessageHandler(nullptr, nullptr);
+    ASSERT_EQ(messages.size(), 1u);
+    EXPECT_EQ(messages[0].first, KEEL_LEVEL_LOG);
+    EXPECT_NE(messages[0].second.find("Solafs channel"), std::string::npos);
+    EXPECT_EQ(KEELMEM_LiveDescriptorCount(), live);
+    EXPECT_EQ(KEELMEM_GetObjectCount(c->memDescr), objects);
 }
 
-// Streams at one speed, each cut two ways: discards and acceptance only move
-// data, so the frames are the same. W = 80 over 24000 frames gives 396 blocks
-// at 1.5 and 791 at 0.75 whatever the signal; the searches depend on it (white
-// noise: 391 to 393 and 782 to 791; the first noise here gives the quoted 393
-// and 785), and over silence (seed 0) every search settles on skew 0. n frames
-// last about n / speed, less the 3.5 W held back. At speed 1 nothing is searched
-// and the input comes back within an ulp (the cross-fade of equal values). At
+// Streams at one speed, each cut two ways, the second run reading it as the
+// right channel of an interleaved pair: discards and acceptance only move data
+// and a channel is read and written at its own slots, so the frames are the
+// same. W = 80 over 24000 frames gives 396 blocks
+// at 1.5 and 791 at 0.75 whatever the signal; the searches depend on it (the
+// noise here gives 393 and 785). n frames last about n / speed, less the 3.5 W held back. At speed 1
+// nothing is searched and the input comes back within an ulp (the cross-fade of equal values). At
 // 8000 Hz a pass needs 4 W ahead of p and the window keeps W / 2 behind it:
-// 223 ms stalls, from 250 ms not one block comes out.
+// 222 ms still streams, 223 ms stalls, from 250 ms not one block comes out.
 TEST(SolafsTest, StreamsAtConstantSpeed)
 {
-    struct Run { int ms; float speed; int frames, seed, blocks, fewest, most; bool stalls; };
-    const int any = 1 << 30;
-    for (Run run : {Run{10, 1.5f, 24000, 1, 396, 393, 393, false},
-                    {10, 1.5f, 24000, 2, 396, 391, 393, false},
-                    {10, 1.5f, 24000, 0, 396, 1, any, false},
-                    {10, 0.75f, 24000, 1, 791, 785, 785, false},
-                    {10, 0.75f, 24000, 2, 791, 782, 791, false},
-                    {10, 0.75f, 24000, 0, 791, 1, any, false},
-                    {10, 0.5f, 80000, 4, -1, 0, any, false},
-                    {10, 1.25f, 80000, 4, -1, 0, any, false},
-                    {10, 2.0f, 80000, 4, -1, 0, any, false}, {10, 1.0f, 12000, 1, -1, 0, 0, false},
-                    {222, 1.0f, 40000, 9, -1, 0, 0, false},
-                    {222, 0.75f, 40000, 9, -1, 0, any, false},
-                    {223, 0.75f, 40000, 9, -1, 0, any, true},
-                    {249, 0.75f, 40000, 9, -1, 0, any, true},
-                    {250, 1.0f, 40000, 9, 0, 0, 0, true}, {250, 0.75f, 40000, 9, 0, 0, 0, true}}) {
-        const std::vector<float> in = run.seed ? UniformNoise(run.frames, unsigned(run.seed))
-                                               : std::vector<float>(size_t(run.frames));
-        Channel a(run.ms, 8000), b(run.ms, 8000);
+    struct Run { int ms; float speed; int frames, seed, blocks, searches; bool stalls; };
+    for (Run run : {Run{10, 1.5f, 24000, 1, 396, 393, false}, {10, 0.75f, 24000, 1, 791, 785, false},
+                    {10, 1.0f, 12000, 1, -1, 0, false}, {222, 0.75f, 40000, 9, -1, -1, false},
+                    {223, 0.75f, 40000, 9, -1, -1, true}, {250, 1.0f, 40000, 9, 0, 0, true}}) {
+        const std::vector<float> in = UniformNoise(run.frames, unsigned(run.seed));
+        const std::vector<float> other = UniformNoise(run.frames, 99);
+        std::vector<float> stereo;
+        for (size_t i = 0; i < in.size(); i++)
+            stereo.insert(stereo.end(), {other[i], in[i]});
+        Channel a(run.ms, 8000), b(run.ms, 8000, 2);
         Stretch r = Drive(a.s, in, 80, Constant(run.speed), 40);
         const std::string what = std::to_string(run.ms) + " ms at " + std::to_string(run.speed);
-        EXPECT_EQ(r.out, Drive(b.s, in, 997, Constant(run.speed), 1234).out) << what;
+        EXPECT_EQ(r.out, Drive(b.s, stereo, 997, Constant(run.speed), 1234, 2, 1).out) << what;
         EXPECT_EQ(r.stalled, run.stalls) << what;
         EXPECT_EQ(r.blocks > 0, run.ms < 250) << what;
         EXPECT_TRUE(run.blocks < 0 || r.blocks == run.blocks) << what << ": " << r.blocks;
-        EXPECT_TRUE(r.searches >= run.fewest && r.searches <= run.most) << what << r.searches;
-        EXPECT_TRUE(run.seed || r.searchedNonZero == 0) << what;
+        EXPECT_TRUE(run.searches < 0 || r.searches == run.searches) << what << ": " << r.searches;
         if (run.stalls)
             continue;
         const double w = a->frameLength, n = run.frames / run.speed;
@@ -210,8 +195,7 @@ TEST(SolafsTest, SpeedSegmentsAndCursorTranslation)
     const float speeds[] = {1.0f, 2.0f, 0.5f, 1.25f};
     auto speedAt = [&](int f) { return speeds[(f >= 8000) + (f >= 20000) + (f >= 26000)]; };
     std::vector<float> ramp(34000);
-    for (int i = 0; i < 34000; i++)
-        ramp[size_t(i)] = float(i);
+    std::iota(ramp.begin(), ramp.end(), 0.0f);
     Channel c(10, 8000);
     EXPECT_EQ(TOLV_SolafsTranslateCursorPosition(c.s, 1234), 0);
     Stretch r = Drive(c.s, ramp, 500, speedAt, 40);
@@ -234,8 +218,7 @@ TEST(SolafsTest, SpeedSegmentsAndCursorTranslation)
         seg += due;
     }
     EXPECT_EQ(seg, 4u);
-    for (auto pt : Points{{0, 0}, {8000, 8000}, {8001, 8002}, {11000, 14000}, {14000, 20000},
-                          {14001, 20000}, {14003, 20001}, {20000, 23000}, {26000, 26000},
+    for (auto pt : Points{{0, 0}, {8001, 8002}, {14000, 20000}, {14001, 20000}, {14003, 20001},
                           {26004, 26005}, {32400, 34000}, {33200, 35000}})
         EXPECT_EQ(TOLV_SolafsTranslateCursorPosition(c.s, pt.first), pt.second) << pt.first;
     // Played and translated positions agree within the skew and the lag of a
@@ -301,23 +284,6 @@ TEST(SolafsTest, SegmentTableIsBounded)
     EXPECT_TRUE(fresh->segmentCount == SOLAFS_MAX_SEGMENTS &&
                 fresh->nextSegment == SOLAFS_MAX_SEGMENTS);
     EXPECT_EQ(fresh->segments[SOLAFS_MAX_SEGMENTS - 1].segSpeed, 1.0f + 299 / 1000.0f);
-}
-
-// Each channel of a stereo stream through its own object gives what it gives
-// alone, and searches its own alignment.
-TEST(SolafsTest, TwoChannelsOfAnInterleavedStream)
-{
-    const std::vector<float> left = UniformNoise(20000, 15), right = UniformNoise(20000, 16);
-    std::vector<float> stereo;
-    for (size_t i = 0; i < 20000; i++)
-        stereo.insert(stereo.end(), {left[i], right[i]});
-    Channel l(10, 8000, 2), r(10, 8000, 2), monoL(10, 8000), monoR(10, 8000);
-    Stretch sl = Drive(l.s, stereo, 700, Constant(1.5f), 40, 2, 0);
-    Stretch sr = Drive(r.s, stereo, 700, Constant(1.5f), 40, 2, 1);
-    EXPECT_EQ(sl.out, Drive(monoL.s, left, 700, Constant(1.5f), 40).out);
-    EXPECT_EQ(sr.out, Drive(monoR.s, right, 700, Constant(1.5f), 40).out);
-    EXPECT_GT(sl.out.size(), 13000u);
-    EXPECT_NE(sl.skews, sr.skews);
 }
 
 // The search written out plainly, one candidate after another in double,
@@ -403,7 +369,7 @@ TEST(SolafsTest, CrossFadeRunsInMixedPrecision)
 TEST(SolafsTest, UncheckedArgumentsStayInsideTheObject)
 {
     struct Abuse { int ms, rate; std::vector<float> speeds; int frames; };
-    const Abuse cases[] = {{10, 8000, {3.5f, 10.0f}, 3000}, {10, 8000, {1000.0f, 1e30f}, 3000},
+    const Abuse cases[] = {{10, 8000, {3.5f, 10.0f, 1000.0f, 1e30f}, 3000},
                            {10, 8000, {-1.0f, -1000.0f, 1.0f}, -500},
                            {10, 8000, {NAN, 1.0f, INFINITY, -INFINITY}, -2000},
                            {10, 8000, {0.3f, 7.0f, 0.0f, NAN, 2.0f, -0.5f}, 0},
