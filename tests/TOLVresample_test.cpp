@@ -282,13 +282,15 @@ TEST_F(ResampleTest, StoredFiltersRowsAndEdges)
 // planted: at equal rates the row is symmetric, they cancel exactly at the
 // tick whose centre lies between them, and only the age order leaves what the
 // model leaves. The cut puts such ticks within the first K - 1 frames of a
-// block (frame 1035), in the middle of one (2035) and into the flush (3015).
+// block (frame 1035), in the middle of one (from 2035 on, four pairs at
+// successive offsets modulo 4, so that ticks summed side by side in fours each
+// meet one) and into the flush (3015).
 // However the stream is cut, blocks of 0 and 1 included, the frames and the
 // flush that follows are those of the one cut.
 TEST_F(ResampleTest, PolyphaseMatchesTheModelBitForBitHoweverCut)
 {
     std::vector<float> x = UniformNoise(3000, 7);
-    for (int at : {1000, 2000, 2980})
+    for (int at : {1000, 2000, 2101, 2202, 2303, 2980})
         x[at] = 1e20f, x[at + 10] = -1e20f;
     for (auto [in, out, config] :
          {std::tuple<int, int, const char *>{44100, 48000, nullptr}, {48000, 44100, nullptr},
