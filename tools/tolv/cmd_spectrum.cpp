@@ -233,8 +233,12 @@ int runSpectrum(const Arguments &argv)
         std::printf("plot: %s\n", args.get("--plot", "").c_str());
     }
     if (picture && plotAvailable("the spectrogram")) {
-        if (inColumn > 0)
+        if (inColumn > 0) {
+            // The last column holds fewer frames: its mean over those.
+            for (float &p : columnPower)
+                p *= float(framesPerColumn) / float(inColumn);
             picturePower.insert(picturePower.end(), columnPower.begin(), columnPower.end());
+        }
         const size_t columns = picturePower.size() / rows;
         std::vector<float> levels;
         for (size_t col = 0; col < columns; col++) {
