@@ -181,6 +181,27 @@ TEST(TolvSpectrum, LevelsAreRelativeToAFullScaleSine)
     }
 }
 
+/* Half-way between two bins, where the raw bin of a Blackman-Harris window
+ * reads 0.8 dB low, the refined peak is back at the tone's level and
+ * frequency. */
+TEST(TolvSpectrum, PeaksBetweenBinsAreRefined)
+{
+    ScratchDir dir;
+    const int rate = 32000, size = 1024;
+    const double hz = 100.5 * rate / size;
+    writeAudio(dir.path("tone.wav"), makeSignal(rate, rate, {{{0.5, hz}}}), 1, rate, SF_FORMAT_WAV | SF_FORMAT_FLOAT);
+    Outcome r = runTolv({"spectrum", dir.path("tone.wav"), "--window", "Blackman-Harris", "--size",
+                         std::to_string(size), "--csv", dir.path("s.csv")});
+    ASSERT_EQ(0, r.status) << r.err;
+    EXPECT_NEAR(-6.02, numberAfter(r.out, "channel 1: peak "), 0.05) << r.out;
+    EXPECT_NEAR(hz, numberAfter(r.out, "dB at "), 0.5) << r.out;
+    std::ifstream csv(dir.path("s.csv"));
+    std::string line;
+    for (int i = 0; i <= 101; i++)
+        std::getline(csv, line); /* header, then bins 0 .. 100 */
+    EXPECT_NEAR(-6.02 - 0.82, numberAfter(line, ","), 0.05) << line;
+}
+
 TEST(TolvSpectrum, ArgumentsAreChecked)
 {
     ScratchDir dir;

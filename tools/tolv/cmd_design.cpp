@@ -138,7 +138,7 @@ int runDesign(const Arguments &argv)
         for (size_t k = 0; k < x.size(); k++)
             x[k] = fs > 0 ? r.fraction(k) * fs / 2.0 : r.fraction(k);
         float floorDb = std::fmax(-kResponseFloorDb, std::floor(peak / 10.0f) * 10.0f - 140.0f);
-        plotCurves(png, "tolv design: " + spec.text,
+        plotCurves(png, "tolv design: " + args.positional()[0],
                    fs > 0 ? "frequency (Hz)" : "frequency (x Nyquist)",
                    "magnitude (dB)", x, {r.db}, {"magnitude"}, floorDb);
         std::printf("plot: %s\n", png.c_str());

@@ -48,8 +48,11 @@ std::vector<float> toDb(const float *power, size_t bins, int frameLength,
     return std::vector<float>(out.get(), out.get() + bins);
 }
 
-/* Strongest local maxima, the frequency refined by a parabola through the
- * peak bin and its neighbours. */
+/* Strongest local maxima, refined by a parabola through the peak bin and
+ * its neighbours in dB: a tone between two bins reads at its own frequency
+ * and, for the smooth main lobes of the tapered windows, within a few
+ * tenths of a dB of its own level instead of up to the window's scalloping
+ * loss below it. */
 struct Peak {
     double hz;
     float db;
@@ -64,7 +67,7 @@ std::vector<Peak> peaks(const std::vector<float> &db, double binHz, float floorD
         double a = db[k - 1], b = db[k], c = db[k + 1];
         double denom = a - 2 * b + c;
         double offset = denom != 0 ? 0.5 * (a - c) / denom : 0.0;
-        found.push_back({(double(k) + offset) * binHz, db[k]});
+        found.push_back({(double(k) + offset) * binHz, float(b - 0.25 * (a - c) * offset)});
     }
     std::sort(found.begin(), found.end(),
               [](const Peak &x, const Peak &y) { return x.db > y.db; });
@@ -233,8 +236,12 @@ int runSpectrum(const Arguments &argv)
         std::printf("plot: %s\n", args.get("--plot", "").c_str());
     }
     if (picture && plotAvailable("the spectrogram")) {
-        if (inColumn > 0)
+        if (inColumn > 0) {
+            // The last column holds fewer frames: its mean over those.
+            for (float &p : columnPower)
+                p *= float(framesPerColumn) / float(inColumn);
             picturePower.insert(picturePower.end(), columnPower.begin(), columnPower.end());
+        }
         const size_t columns = picturePower.size() / rows;
         std::vector<float> levels;
         for (size_t col = 0; col < columns; col++) {
@@ -243,7 +250,7 @@ int runSpectrum(const Arguments &argv)
             levels.insert(levels.end(), d.begin(), d.end());
         }
         const double seconds = double(columns * framesPerColumn * hop) / reader.rate();
-        plotImage(args.get("--spectrogram", ""), "tolv spectrogram: " + in, levels,
+        plotImage(args.get("--spectrogram", ""), "tolv spectrogram (channel average): " + in, levels,
                   int(columns), int(rows), seconds, reader.rate() / 2.0, -range);
         std::printf("spectrogram: %s\n", args.get("--spectrogram", "").c_str());
     }

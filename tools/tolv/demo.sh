@@ -39,7 +39,7 @@ trap '[ $? -eq 0 ] || echo "demo: failed at: $current" >&2' EXIT
 step() { current=$*; printf '\n== %s\n' "$*"; }
 # The first word after "label" on the first line that carries it.
 after() {
-    line=$(printf '%s\n' "$1" | grep -F -- "$2" | head -n 1) || true
+    line=$(printf '%s\n' "$1" | grep -F -- "$2" | head -n 1)
     rest=${line#*"$2"}
     rest=${rest# }
     [ -n "$line" ] && printf '%s\n' "${rest%% *}"
@@ -52,6 +52,11 @@ printf '%s\n' "$material"
 in=$out/material/material.wav
 late=$out/material/material-delayed.wav
 frames=$(after "$material" "$in:")
+delay_ms=$(printf '%s\n' "$material" | sed -n 's/.*delayed by [0-9]* frames (\([0-9.]*\) ms).*/\1/p')
+if [ -z "$frames" ] || [ -z "$delay_ms" ]; then
+    echo "demo: cannot read the material's length and delay from the lines above" >&2
+    exit 1
+fi
 
 step "tolv info"
 "$tolv" info
@@ -101,14 +106,14 @@ check() { # name measured expected
 expected_48000=$(( (frames * 160 + 147 / 2) / 147 ))
 expected_stretch=$(( (frames * 4 + 2) / 5 ))
 
-echo "figures measured (input: $frames frames; delay put in: $delay frames," \
-     "$(after "$material" "delayed by $delay frames") ms):" | sed 's/(\([0-9.]*\) ms/\1 ms/'
+echo "figures measured (input: $frames frames; delay put in: $delay frames, $delay_ms ms):"
 check "delay, coefficient method (frames)" "$(after "$found" "coefficient method:")" $delay
 check "delay, PHAT method (frames)" "$(after "$found" "PHAT method:")" $delay
 check "filtered length (frames)" "$(after "$filtered" "$out/filtered.wav:")" "$frames"
 check "resampled length (frames)" "$(after "$resampled" "$out/resampled-48000.wav:")" $expected_48000
 check "stretched length (frames)" "$(after "$stretched" "$out/stretched-1.25.wav:")" $expected_stretch
-echo "  design: $(printf '%s\n' "$design" | grep -E '^order|ripple' | tr '\n' ';' | sed 's/;$//; s/;/; /g')"
+echo "  band-pass design:"
+printf '%s\n' "$design" | grep -E '^order|^passband|^stopband' | sed 's/^/    /'
 echo "  spectrum (loudest tones put in: 440 Hz left, 1000 Hz right):"
 printf '%s\n' "$spectrum" | grep '^channel' | sed 's/;.*//; s/^/    /'
 

@@ -53,7 +53,7 @@ void runGnuplot(const std::string &png, const std::string &body)
     int fd = -1;
     std::string temp = makeTemporary(png, &fd);
     close(fd);
-    std::string script = "set terminal pngcairo size 1000,600 noenhanced\n"
+    std::string script = "set terminal pngcairo size 1000,600 noenhanced font ',10'\n"
                          "set output " + quoted(temp) + "\n" + body;
     FILE *pipe = popen("gnuplot 2>&1", "w");
     bool ok = pipe && std::fwrite(script.data(), 1, script.size(), pipe) == script.size();
@@ -88,7 +88,9 @@ void plotCurves(const std::string &png, const std::string &title,
                        "set xlabel " + quoted(xlabel) + "\n" +
                        "set ylabel " + quoted(ylabel) + "\n" +
                        "set grid\nset key bottom left\n" +
-                       format("set yrange [%g:*]\n", yFloor) + "plot ";
+                       format("set xrange [%g:%g]\nset yrange [%g:*]\n", x.front(),
+                              x.back(), yFloor) +
+                       "plot ";
     for (size_t c = 0; c < curves.size(); c++)
         body += (c ? ", " : "") + quoted(data.path) +
                 format(" using 1:%zu with lines title ", c + 2) + quoted(names[c]);
