@@ -1,14 +1,14 @@
 /*
  * The wisdom file under faults: a data folder that is missing, a file or
- * read-only; a wisdom file that is empty, truncated, garbage, very large or
- * a folder; a save racing with a load in another process; a process killed
- * in the middle of a save. Whatever the file holds, the library must not
- * crash or read past its buffers, its processors must keep transforming
- * correctly, and the next save must leave a whole wisdom text behind where
- * the folder allows it. Each scenario runs in a fresh process.
+ * read-only; a wisdom file that is damaged, very large or a folder; a save
+ * racing with a load in another process; a process killed in the middle of
+ * a save. Whatever the file holds, the library must not crash or read past
+ * its buffers, its processors must keep transforming correctly, and the next
+ * save must leave a whole wisdom text behind where the folder allows it.
+ * Each scenario runs in a fresh process.
  *
  * Faults in the middle of the file operations are injected by wrapping the
- * base library's open and write calls in this program (the library's
+ * base library's open, write and read calls in this program (the library's
  * objects are linked into it, so its calls bind to these wrappers first).
  */
 #include <dlfcn.h>
@@ -20,48 +20,35 @@
 #include <unistd.h>
 
 #include <cmath>
-#include <cstdio>
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "TOLVfft/fftproc.h"
-#include "TOLVfft/plan_service.h"
-#include "fresh_process.h"
 #include "wisdom_file_support.h"
-
-/* ---- Fault injection points --------------------------------------------- */
 
 namespace {
 
 enum class Point { None, OpenedForWriting, Wrote, AboutToRead };
-
-struct Injection {
-    Point point = Point::None;
-    std::function<void()> action;
-};
-Injection g_injection;
+Point g_point = Point::None;
+std::function<void()> g_action;
 
 /* Runs the armed action once when the library reaches its point. */
 void Reach(Point point)
 {
-    if (g_injection.point != point)
-        return;
-    g_injection.point = Point::None;
-    g_injection.action();
+    if (g_point == point) {
+        g_point = Point::None;
+        g_action();
+    }
 }
 
 void Arm(Point point, std::function<void()> action)
 {
-    g_injection.action = std::move(action);
-    g_injection.point = point;
+    g_action = std::move(action);
+    g_point = point;
 }
 
 template <typename F>
-F Real(const char *name)
-{
-    return reinterpret_cast<F>(dlsym(RTLD_NEXT, name));
-}
+F Real(const char *name) { return reinterpret_cast<F>(dlsym(RTLD_NEXT, name)); }
 
 } // namespace
 
@@ -91,23 +78,20 @@ extern "C" int64_t KEELIO_ReadData(KEEL_FILE file, void *dest, int64_t bytes)
 
 namespace {
 
-/* ---- Checks ------------------------------------------------------------- */
-
 /* Forward then inverse gives N times the frame back: the planner still
  * works, whatever wisdom it was fed. */
 bool TransformsWork()
 {
+    bool ok = true;
     for (int n : {64, 100, 1024}) {
-        _TOLV_FFTPROC *forward = TOLV_FFTProcCreate(n);
-        _TOLV_FFTPROC *inverse = TOLV_IFFTProcCreate(n);
-        float *x = (float *)fftwf_malloc(sizeof(float) * n);
-        float *y = (float *)fftwf_malloc(sizeof(float) * n);
+        _TOLV_FFTPROC *forward = TOLV_FFTProcCreate(n), *inverse = TOLV_IFFTProcCreate(n);
+        float *x = (float *)fftwf_malloc(sizeof(float) * n), *y = (float *)fftwf_malloc(sizeof(float) * n);
         TOLV_COMPLEX *spectrum = TOLV_CreateComplexVector(forward);
         for (int i = 0; i < n; i++)
             x[i] = (float)std::sin(0.1 * i * i);
         TOLV_FFTProcExecute(forward, x, spectrum);
         TOLV_IFFTProcExecuteEx(inverse, spectrum, y, false);
-        bool ok = forward->plan != nullptr && inverse->plan != nullptr;
+        ok = ok && forward->plan != nullptr && inverse->plan != nullptr;
         for (int i = 0; i < n; i++)
             ok = ok && std::fabs(y[i] / n - x[i]) < 1e-5f;
         TOLV_DestroyComplexVector(spectrum);
@@ -115,10 +99,8 @@ bool TransformsWork()
         fftwf_free(x);
         TOLV_FFTProcDestroy(inverse);
         TOLV_FFTProcDestroy(forward);
-        if (!ok)
-            return false;
     }
-    return true;
+    return ok;
 }
 
 /* A text FFTW accepts as a whole. */
@@ -130,26 +112,21 @@ bool IsWholeWisdom(const std::string &text)
     return ok == 1 && !text.empty();
 }
 
-bool IsFolder(const std::string &path)
+/* What lies at a path: nothing, a folder, or a file and its bytes. */
+std::string State(const std::string &path)
 {
     struct stat st;
-    return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
-}
-
-bool Exists(const std::string &path)
-{
-    struct stat st;
-    return lstat(path.c_str(), &st) == 0;
+    if (lstat(path.c_str(), &st) != 0)
+        return "none";
+    return S_ISDIR(st.st_mode) ? "folder" : "file:" + ReadFile(path);
 }
 
 /* A sparse file of `size` bytes: only the last 4 KiB are written. */
-bool MakeSparse(const std::string &path, long long size, char fill)
+bool MakeSparse(const std::string &path, long long size)
 {
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    if (fd < 0)
-        return false;
-    std::string tail(4096, fill);
-    const bool ok = ftruncate(fd, size) == 0 &&
+    const std::string tail(4096, 'x');
+    const bool ok = fd >= 0 && ftruncate(fd, size) == 0 &&
                     pwrite(fd, tail.data(), tail.size(), size - 4096) == 4096;
     close(fd);
     return ok;
@@ -181,41 +158,7 @@ int InChild(const std::function<void()> &body)
     return status;
 }
 
-bool ExitedCleanly(int status)
-{
-    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
-/* ---- Where the data path points ----------------------------------------- */
-
-TEST(WisdomFaults, DataPathAtAMissingFolderOrAtAFileTouchesNothing)
-{
-    const struct {
-        const char *name;
-        std::function<std::string(const std::string &)> place;
-    } cases[] = {
-        {"missing folder", [](const std::string &d) { return d + "/not/there"; }},
-        {"plain file", [](const std::string &d) {
-             WriteFile(d + "/plain", "not a folder");
-             return d + "/plain";
-         }},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        RUN_IN_FRESH_PROCESS({
-            const std::string base = MakeTempFolder("path");
-            const std::string data = c.place(base);
-            setenv("KEEL_DATA_PATH", data.c_str(), 1);
-            /* Nothing to read settles the load; the save cannot create. */
-            FRESH_CHECK(__FFTW_LoadWisdom() == 0);
-            FRESH_CHECK(TransformsWork());
-            FRESH_CHECK(__FFTW_SaveWisdom() == 0);
-            FRESH_CHECK(!Exists(base + "/not"));
-            FRESH_CHECK(!Exists(base + "/plain") ||
-                        ReadFile(base + "/plain") == "not a folder");
-        });
-    }
-}
+bool ExitedCleanly(int status) { return WIFEXITED(status) && WEXITSTATUS(status) == 0; }
 
 /* A folder in which no file can be created. Permissions refuse it to an
  * ordinary user; the superuser ignores them, so then a folder of the
@@ -223,9 +166,8 @@ TEST(WisdomFaults, DataPathAtAMissingFolderOrAtAFileTouchesNothing)
  * everyone. */
 std::string FolderRefusingNewFiles()
 {
-    const std::string dir = MakeTempFolder("readonly");
+    const std::string dir = MakeTempFolder("readonly"), probe = dir + "/probe";
     chmod(dir.c_str(), 0555);
-    const std::string probe = dir + "/probe";
     const int fd = open(probe.c_str(), O_WRONLY | O_CREAT, 0600);
     if (fd < 0)
         return dir;
@@ -234,38 +176,54 @@ std::string FolderRefusingNewFiles()
     return "/proc/self";
 }
 
-TEST(WisdomFaults, ReadOnlyFolderWithoutAFile)
+/* Data paths where the save cannot leave a file: the load reads what is
+ * there (1) or settles on nothing (0), the save gives 0, and neither the
+ * data path nor the wisdom file changes. */
+TEST(WisdomFaults, UnwritablePlacesAreReadButNeverChanged)
 {
-    RUN_IN_FRESH_PROCESS({
-        const std::string dir = FolderRefusingNewFiles();
-        setenv("KEEL_DATA_PATH", dir.c_str(), 1);
-        FRESH_CHECK(__FFTW_LoadWisdom() == 0);
-        FRESH_CHECK(TransformsWork());
-        FRESH_CHECK(__FFTW_SaveWisdom() == 0);
-        FRESH_CHECK(!Exists(dir + "/brae.optimization"));
-    });
+    const struct {
+        const char *name;
+        int loads;
+        /* Prepares the place in a fresh folder; returns the data path. */
+        std::function<std::string(const std::string &)> place;
+    } cases[] = {
+        {"missing folder", 0, [](const std::string &d) { return d + "/not/there"; }},
+        {"plain file", 0, [](const std::string &d) {
+             WriteFile(d + "/plain", "not a folder");
+             return d + "/plain";
+         }},
+        {"read-only folder", 0, [](const std::string &) { return FolderRefusingNewFiles(); }},
+        {"wisdom file is a folder", 0, [](const std::string &d) {
+             mkdir((d + "/brae.optimization").c_str(), 0700);
+             return d;
+         }},
+        {"read-only folder and file", 1, [](const std::string &d) {
+             const std::string file = d + "/brae.optimization";
+             /* Planned in another process, so that the wisdom here grows. */
+             InChild([&] { WriteFile(file, PlanAndExport(40)); });
+             chmod(file.c_str(), 0444);
+             chmod(d.c_str(), 0555);
+             return d;
+         }},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        if (c.loads == 1 && geteuid() == 0) {
+            fprintf(stderr, "skipped: the superuser writes read-only files\n");
+            continue;
+        }
+        RUN_IN_FRESH_PROCESS({
+            const std::string data = c.place(MakeTempFolder("place"));
+            const std::string file = data + "/brae.optimization";
+            const std::string before = State(data) + State(file);
+            setenv("KEEL_DATA_PATH", data.c_str(), 1);
+            FRESH_CHECK(__FFTW_LoadWisdom() == c.loads);
+            FRESH_CHECK(TransformsWork());
+            FRESH_CHECK(__FFTW_SaveWisdom() == 0);
+            FRESH_CHECK(State(data) + State(file) == before);
+        });
+    }
 }
-
-TEST(WisdomFaults, ReadOnlyFolderAndFileAreReadButNotRewritten)
-{
-    if (geteuid() == 0)
-        GTEST_SKIP() << "running as the superuser: file permissions do not "
-                        "refuse writes, so a read-only wisdom file cannot be made";
-    RUN_IN_FRESH_PROCESS({
-        const std::string file = UsePath("readonly");
-        const std::string dir = file.substr(0, file.rfind('/'));
-        FRESH_CHECK(ExitedCleanly(InChild([&] { WriteFile(file, PlanAndExport(40)); })));
-        const std::string old = ReadFile(file);
-        chmod(file.c_str(), 0444);
-        chmod(dir.c_str(), 0555);
-        FRESH_CHECK(__FFTW_LoadWisdom() == 1);
-        FRESH_CHECK(TransformsWork()); /* the wisdom grows: a rewrite is due */
-        FRESH_CHECK(__FFTW_SaveWisdom() == 0);
-        FRESH_CHECK(ReadFile(file) == old);
-    });
-}
-
-/* ---- What the wisdom file holds ----------------------------------------- */
 
 TEST(WisdomFaults, DamagedWisdomFilesLoadAndAreReplacedByTheNextSave)
 {
@@ -281,20 +239,11 @@ TEST(WisdomFaults, DamagedWisdomFilesLoadAndAreReplacedByTheNextSave)
              WriteFile(f, whole.substr(0, whole.size() / 2));
              return true;
          }},
-        {"cut inside a line", [](const std::string &f) {
-             const std::string whole = PlanAndExport(256);
-             WriteFile(f, whole.substr(0, whole.find('\n', 20) + 5));
-             return true;
-         }},
         {"garbage with zero bytes", [](const std::string &f) {
              std::string junk;
              for (int i = 0; i < 5000; i++)
                  junk.push_back((char)((i * 7919) % 251));
              WriteFile(f, junk);
-             return true;
-         }},
-        {"header only", [](const std::string &f) {
-             WriteFile(f, "(fftw-3.3.10 fftwf_wisdom\n  (fftwf_codelet_r2cf_32 0 #x1040 #x1040 #x0");
              return true;
          }},
         {"8 MiB of text", [](const std::string &f) {
@@ -303,9 +252,8 @@ TEST(WisdomFaults, DamagedWisdomFilesLoadAndAreReplacedByTheNextSave)
          }},
         /* The load takes the size in 32 bits: 3 GiB reads as negative, and
          * 4 GiB plus 4 KiB as 4 KiB (the file's first bytes, zeros here). */
-        {"3 GiB sparse", [=](const std::string &f) { return MakeSparse(f, 3 * kGiB, 'x'); }},
-        {"4 GiB + 4 KiB sparse",
-         [=](const std::string &f) { return MakeSparse(f, 4 * kGiB + 4096, 'x'); }},
+        {"3 GiB sparse", [=](const std::string &f) { return MakeSparse(f, 3 * kGiB); }},
+        {"4 GiB + 4 KiB sparse", [=](const std::string &f) { return MakeSparse(f, 4 * kGiB + 4096); }},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
@@ -326,20 +274,6 @@ TEST(WisdomFaults, DamagedWisdomFilesLoadAndAreReplacedByTheNextSave)
         });
     }
 }
-
-TEST(WisdomFaults, WisdomFileThatIsAFolderIsNeitherReadNorReplaced)
-{
-    RUN_IN_FRESH_PROCESS({
-        const std::string file = UsePath("folder");
-        FRESH_CHECK(mkdir(file.c_str(), 0700) == 0);
-        FRESH_CHECK(__FFTW_LoadWisdom() == 0); /* not a file: settled */
-        FRESH_CHECK(TransformsWork());
-        FRESH_CHECK(__FFTW_SaveWisdom() == 0);
-        FRESH_CHECK(IsFolder(file));
-    });
-}
-
-/* ---- Two processes on one file ------------------------------------------ */
 
 /* One byte through a pipe, to hand the turn to the other process. */
 void Signal(int fd)
@@ -362,8 +296,8 @@ void Await(int fd)
  */
 TEST(WisdomFaults, SaveRacingWithALoadInAnotherProcess)
 {
-    for (Point readerPause : {Point::None, Point::AboutToRead}) {
-        SCOPED_TRACE(readerPause == Point::None ? "file emptied" : "size taken");
+    for (bool emptied : {true, false}) {
+        SCOPED_TRACE(emptied ? "file emptied" : "size taken");
         RUN_IN_FRESH_PROCESS({
             const std::string file = UsePath("race");
             /* Planned elsewhere: this process's load must stay unsettled. */
@@ -378,19 +312,18 @@ TEST(WisdomFaults, SaveRacingWithALoadInAnotherProcess)
             close(writer == 0 ? toReader[0] : toReader[1]);
             if (writer == 0) {
                 const std::string wisdom = LargeWisdom();
-                if (readerPause == Point::None)
+                if (emptied)
                     Arm(Point::OpenedForWriting, [&] {
-                        Signal(toReader[1]); /* emptied */
-                        Await(toWriter[0]);  /* until the reader has read */
+                        Signal(toReader[1]);
+                        Await(toWriter[0]); /* until the reader has read */
                     });
                 else
                     Await(toWriter[0]); /* until the reader has the size */
-                FRESH_CHECK(__FFTW_SaveWisdom() == 1);
-                FRESH_CHECK(ReadFile(file) == wisdom);
+                FRESH_CHECK(__FFTW_SaveWisdom() == 1 && ReadFile(file) == wisdom);
                 Signal(toReader[1]);
                 _exit(0);
             }
-            if (readerPause == Point::None) {
+            if (emptied) {
                 Await(toReader[0]);
                 FRESH_CHECK(__FFTW_LoadWisdom() == 1);
                 Signal(toWriter[1]);
@@ -404,8 +337,7 @@ TEST(WisdomFaults, SaveRacingWithALoadInAnotherProcess)
             }
             int status = -1;
             waitpid(writer, &status, 0);
-            FRESH_CHECK(ExitedCleanly(status));
-            FRESH_CHECK(TransformsWork());
+            FRESH_CHECK(ExitedCleanly(status) && TransformsWork());
             FRESH_CHECK(IsWholeWisdom(ReadFile(file)));
         });
     }
@@ -425,10 +357,7 @@ TEST(WisdomFaults, CrashInTheMiddleOfASaveLeavesAPrefixThatTheNextSaveRepairs)
     const struct {
         Point killAt;
         bool large;
-    } cases[] = {{Point::OpenedForWriting, false},
-                 {Point::OpenedForWriting, true},
-                 {Point::Wrote, false},
-                 {Point::Wrote, true}};
+    } cases[] = {{Point::OpenedForWriting, true}, {Point::Wrote, false}, {Point::Wrote, true}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.large ? "large wisdom" : "small wisdom");
         RUN_IN_FRESH_PROCESS({
@@ -443,24 +372,16 @@ TEST(WisdomFaults, CrashInTheMiddleOfASaveLeavesAPrefixThatTheNextSaveRepairs)
                 __FFTW_SaveWisdom();
             });
             FRESH_CHECK(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-            const std::string left = ReadFile(file);
-            const std::string whole = ReadFile(file + ".meant");
+            const std::string left = ReadFile(file), whole = ReadFile(file + ".meant");
             FRESH_CHECK(whole.compare(0, left.size(), left) == 0); /* a prefix */
-            fprintf(stderr, "killed %s: %zu of %zu bytes left\n",
-                    c.killAt == Point::Wrote ? "after the write" : "after the open",
-                    left.size(), whole.size());
             if (c.killAt == Point::OpenedForWriting || !c.large)
                 FRESH_CHECK(left.empty());
             else
-                FRESH_CHECK(left.size() % 4096 == 0 && left.size() < whole.size());
-            /* The next process. */
-            const int next = InChild([&] {
-                FRESH_CHECK(__FFTW_LoadWisdom() == 1);
-                FRESH_CHECK(TransformsWork());
-                FRESH_CHECK(__FFTW_SaveWisdom() == 1);
-                FRESH_CHECK(IsWholeWisdom(ReadFile(file)));
-            });
-            FRESH_CHECK(ExitedCleanly(next));
+                FRESH_CHECK(!left.empty() && left.size() % 4096 == 0 && left.size() < whole.size());
+            FRESH_CHECK(ExitedCleanly(InChild([&] {
+                FRESH_CHECK(__FFTW_LoadWisdom() == 1 && TransformsWork());
+                FRESH_CHECK(__FFTW_SaveWisdom() == 1 && IsWholeWisdom(ReadFile(file)));
+            })));
         });
     }
 }
