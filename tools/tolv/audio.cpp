@@ -3,7 +3,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
+#include <algorithm>
 #include <mutex>
 #include <strings.h>
 #include <sys/stat.h>
