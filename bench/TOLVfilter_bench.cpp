@@ -48,10 +48,10 @@ std::vector<float> Noise(size_t n)
 
 void PerSample(benchmark::State &state, int channels)
 {
-    state.counters["per_sample"] = benchmark::Counter(
-        (double)kFrames * channels,
-        benchmark::Counter::kIsIterationInvariantRate |
-            benchmark::Counter::kInvert);
+    state.counters["per_sample"] =
+        benchmark::Counter((double)kFrames * channels,
+                           benchmark::Counter::kIsIterationInvariantRate |
+                               benchmark::Counter::kInvert);
 }
 
 void Run(benchmark::State &state, _TOLV_FILTER *f, int channels)

@@ -45,8 +45,8 @@ void Count(benchmark::State &state, int64_t in, int64_t out)
 {
     state.counters["in/s"] = benchmark::Counter(double(in) * state.iterations(),
                                                 benchmark::Counter::kIsRate);
-    state.counters["out/s"] = benchmark::Counter(double(out),
-                                                 benchmark::Counter::kIsRate);
+    state.counters["out/s"] =
+        benchmark::Counter(double(out), benchmark::Counter::kIsRate);
 }
 
 void Tolv(benchmark::State &state, int in, int out)
@@ -130,14 +130,15 @@ void Soxr(benchmark::State &state, int in, int out)
 void Register(int in, int out)
 {
     std::string pair = std::to_string(in) + "to" + std::to_string(out);
-    benchmark::RegisterBenchmark(("tolv_polyphase/" + pair).c_str(), Tolv, in, out)
+    benchmark::RegisterBenchmark(("tolv_polyphase/" + pair).c_str(), Tolv, in,
+                                 out)
         ->Unit(benchmark::kMillisecond);
 #ifdef TOLV_BENCH_SAMPLERATE
-    benchmark::RegisterBenchmark(("samplerate_medium/" + pair).c_str(), Samplerate,
-                                 in, out, SRC_SINC_MEDIUM_QUALITY)
+    benchmark::RegisterBenchmark(("samplerate_medium/" + pair).c_str(),
+                                 Samplerate, in, out, SRC_SINC_MEDIUM_QUALITY)
         ->Unit(benchmark::kMillisecond);
-    benchmark::RegisterBenchmark(("samplerate_fastest/" + pair).c_str(), Samplerate,
-                                 in, out, SRC_SINC_FASTEST)
+    benchmark::RegisterBenchmark(("samplerate_fastest/" + pair).c_str(),
+                                 Samplerate, in, out, SRC_SINC_FASTEST)
         ->Unit(benchmark::kMillisecond);
 #endif
 #ifdef TOLV_BENCH_SOXR

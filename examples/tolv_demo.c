@@ -21,7 +21,8 @@ static long long file_size(const char *path, long long *mtime_ns)
     if (stat(path, &st) != 0)
         return -1;
     if (mtime_ns)
-        *mtime_ns = (long long)st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec;
+        *mtime_ns =
+            (long long)st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec;
     return (long long)st.st_size;
 }
 
@@ -74,7 +75,8 @@ int main(int argc, char **argv)
 
     KEELSETTINGS_SetValueEx(NULL, "tolv.fftw.prepare_plans=[%d]", 1);
     printf("  preparing plans for lengths 16 .. %lld ...\n",
-           (long long)KEELSETTINGS_GetIntEx(NULL, "tolv.fftw.max_plan_len=[4096]"));
+           (long long)KEELSETTINGS_GetIntEx(NULL,
+                                            "tolv.fftw.max_plan_len=[4096]"));
     TOLV_OptimizeFFT(true);
 
     char path[600];

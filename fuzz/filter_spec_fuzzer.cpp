@@ -54,8 +54,10 @@ bool SizeIsModest(const char *text)
         return false;
     const float fpass = Value(text, "fpass", -1.0f);
     const float fstop = Value(text, "fstop", -1.0f);
-    const float pass[2] = {Value(text, "fpass1", fpass), Value(text, "fpass2", -1.0f)};
-    const float stop[2] = {Value(text, "fstop1", fstop), Value(text, "fstop2", -1.0f)};
+    const float pass[2] = {Value(text, "fpass1", fpass),
+                           Value(text, "fpass2", -1.0f)};
+    const float stop[2] = {Value(text, "fstop1", fstop),
+                           Value(text, "fstop2", -1.0f)};
     float largest = 0.0f;
     for (float e : {pass[0], pass[1], stop[0], stop[1]})
         if (e > 0.0f)
@@ -63,7 +65,8 @@ bool SizeIsModest(const char *text)
     for (float p : pass)
         for (float s : stop)
             if (p > 0.0f && s > 0.0f &&
-                !(std::fabs((double)s - (double)p) >= (double)kMinGap * largest))
+                !(std::fabs((double)s - (double)p) >=
+                  (double)kMinGap * largest))
                 return false;
     return true;
 }

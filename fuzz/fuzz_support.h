@@ -14,18 +14,18 @@
 
 #include "keel.h"
 
-#define FUZZ_CHECK(cond)                                                      \
-    do {                                                                      \
-        if (!(cond)) {                                                        \
-            fprintf(stderr, "FUZZ_CHECK failed: %s (%s:%d)\n", #cond,         \
-                    __FILE__, __LINE__);                                      \
-            abort();                                                          \
-        }                                                                     \
+#define FUZZ_CHECK(cond)                                                       \
+    do {                                                                       \
+        if (!(cond)) {                                                         \
+            fprintf(stderr, "FUZZ_CHECK failed: %s (%s:%d)\n", #cond,          \
+                    __FILE__, __LINE__);                                       \
+            abort();                                                           \
+        }                                                                      \
     } while (0)
 
 /* A zero-terminated copy in a block of exactly its size. */
 class ExactText {
-public:
+  public:
     explicit ExactText(const std::string &s)
         : text_(static_cast<char *>(malloc(s.size() + 1)))
     {
@@ -37,7 +37,7 @@ public:
     ExactText &operator=(const ExactText &) = delete;
     char *get() const { return text_; }
 
-private:
+  private:
     char *text_;
 };
 

@@ -25,8 +25,8 @@ void CheckString(const char *config, const char *key, size_t destSize,
     const char *fallback = nullDefault ? nullptr : "fallback-text";
     char *dest = static_cast<char *>(malloc(destSize > 0 ? destSize : 1));
     memset(dest, 'x', destSize > 0 ? destSize : 1);
-    const int found =
-        KEELSTRING_GetStringValueFromString(config, key, fallback, dest, destSize);
+    const int found = KEELSTRING_GetStringValueFromString(config, key, fallback,
+                                                          dest, destSize);
     if (destSize > 0) {
         const size_t length = strnlen(dest, destSize);
         FUZZ_CHECK(length < destSize);
@@ -73,7 +73,8 @@ void CheckScalars(const char *config, const char *key)
 template <typename Fill>
 int FillChecked(int room, Fill fill)
 {
-    double *block = static_cast<double *>(malloc(((size_t)room + 1) * sizeof(double)));
+    double *block =
+        static_cast<double *>(malloc(((size_t)room + 1) * sizeof(double)));
     for (int i = 0; i <= room; i++)
         block[i] = kSentinel;
     const int written = fill(block);
@@ -87,12 +88,14 @@ int FillChecked(int room, Fill fill)
 void CheckLists(const char *config, const char *key, int extra)
 {
     int count = -1;
-    const int isVector = KEELSTRING_GetVectorSizeFromString(config, key, &count);
+    const int isVector =
+        KEELSTRING_GetVectorSizeFromString(config, key, &count);
     int rows = -1, columns = -1;
     const int isMatrix =
         KEELSTRING_GetMatrixSizeFromString(config, key, &rows, &columns);
     FUZZ_CHECK(isVector ? count >= 0 : count == 0);
-    FUZZ_CHECK(isMatrix ? rows >= 0 && columns >= 0 : rows == 0 && columns == 0);
+    FUZZ_CHECK(isMatrix ? rows >= 0 && columns >= 0
+                        : rows == 0 && columns == 0);
     FUZZ_CHECK(isMatrix ? (rows == 0) == (columns == 0) : true);
     if (isVector) {
         /* A vector is a matrix of at most one row. */
@@ -104,7 +107,8 @@ void CheckLists(const char *config, const char *key, int extra)
     /* Asked for exactly the count, or for more: never more than the list. */
     const int wanted = (isVector ? count : 0) + extra;
     const int written = FillChecked(wanted, [&](double *dest) {
-        return KEELSTRING_GetDoubleVectorValuesFromString(config, key, dest, wanted);
+        return KEELSTRING_GetDoubleVectorValuesFromString(config, key, dest,
+                                                          wanted);
     });
     FUZZ_CHECK(written == (isVector ? count : 0));
 

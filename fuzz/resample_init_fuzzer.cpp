@@ -26,8 +26,8 @@ const int64_t kMaxTaps = 1 << 14;
 const int kMaxFrames = 256;
 /* The zero-order-hold rates, a rate only the polyphase kind takes, and the
  * refused ones. */
-const int kRates[] = {8000, 11025, 16000, 22050, 32000, 44100, 48000,
-                      96000, 12000, 1, 0, -1};
+const int kRates[] = {8000,  11025, 16000, 22050, 32000, 44100,
+                      48000, 96000, 12000, 1,     0,     -1};
 
 int Rate(FuzzedDataProvider &fuzz)
 {
@@ -44,15 +44,16 @@ int64_t Order(const char *config)
     char text[257] = {0};
     strncpy(text, config, 256);
     KEELSTRING_Strlwr(text, 0);
-    const int fallback =
-        (int)KEELSETTINGS_GetIntEx(nullptr, "libtolv.resample.polyphase.order=30");
+    const int fallback = (int)KEELSETTINGS_GetIntEx(
+        nullptr, "libtolv.resample.polyphase.order=30");
     return KEELSTRING_GetIntegerValueFromString(text, "order", fallback);
 }
 
 /* Exactly `count` samples, so that one sample too many is a crash. */
 float *NewSamples(int64_t count)
 {
-    return static_cast<float *>(malloc(sizeof(float) * (size_t)(count > 0 ? count : 1)));
+    return static_cast<float *>(
+        malloc(sizeof(float) * (size_t)(count > 0 ? count : 1)));
 }
 
 void Stream(_TOLV_RESAMPLE *resampler, int in, int out, int frames,

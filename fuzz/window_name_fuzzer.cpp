@@ -27,9 +27,9 @@ void CheckName(const char *name)
     FUZZ_CHECK(canonical != nullptr);
     /* 0 also means "no match"; any other id is a whole, case-blind match. */
     if (type != 0)
-        FUZZ_CHECK(strlen(canonical) == strlen(name) &&
-                   KEELSTRING_CompareInsensitiveN(canonical, name,
-                                                  strlen(name)) == 0);
+        FUZZ_CHECK(
+            strlen(canonical) == strlen(name) &&
+            KEELSTRING_CompareInsensitiveN(canonical, name, strlen(name)) == 0);
     FUZZ_CHECK(TOLV_GetWindowType(canonical) == type);
 }
 
@@ -55,7 +55,8 @@ void CheckConfig(const char *config, const char *key, int fallback)
      * value present gives a window of the table, Rectangular for a name
      * that finds nothing. */
     char probe[4];
-    if (KEELSTRING_GetStringValueFromString(config, key, "", probe, sizeof probe))
+    if (KEELSTRING_GetStringValueFromString(config, key, "", probe,
+                                            sizeof probe))
         FUZZ_CHECK(type >= 0 && type < kWindowTypes);
     else
         FUZZ_CHECK(type == fallback);
@@ -74,10 +75,12 @@ void CheckGenerate(int type, int length)
     float *window = static_cast<float *>(malloc(room));
     float *second = static_cast<float *>(malloc(room));
     FUZZ_CHECK(TOLV_CreateWindow(type, window, length) == 1);
-    FUZZ_CHECK(TOLV_CreateWindow((type + 1) % kWindowTypes, second, length) == 1);
+    FUZZ_CHECK(TOLV_CreateWindow((type + 1) % kWindowTypes, second, length) ==
+               1);
     if (IsMirrored(type))
         for (int i = 0; i < length / 2; i++)
-            FUZZ_CHECK(memcmp(&window[i], &window[length - 1 - i], sizeof(float)) == 0);
+            FUZZ_CHECK(memcmp(&window[i], &window[length - 1 - i],
+                              sizeof(float)) == 0);
     (void)TOLV_GetWindowNormFactor(window, length);
     (void)TOLV_GetTwoWindowNormFactor(window, second, length);
     FUZZ_CHECK(TOLV_ApplyWindow(window, second, length) == 1);

@@ -133,8 +133,8 @@ TOLV_API double TOLVUTIL_Bark2Freq(double bark);
 TOLV_API float TOLV_CalcEnergy(const float *samples, int count);
 TOLV_API float TOLV_CalcZeroCrossRate(const float *samples, int count);
 TOLV_API void TOLV_RemoveDC(const float *input, float *output, int count);
-TOLV_API float TOLVINTERPOLATE_Linear(const float *x, const float *y,
-                                      int count, float position);
+TOLV_API float TOLVINTERPOLATE_Linear(const float *x, const float *y, int count,
+                                      float position);
 
 /* ---- Cross-correlation -------------------------------------------------- */
 TOLV_API _TOLV_XCORRPROC *TOLV_XcorrProcCreate(int lengthA, int lengthB);
@@ -158,8 +158,7 @@ TOLV_API _TOLV_FILTER *TOLV_CreateFilterFromCoefs(int numChannels,
 TOLV_API _TOLV_FILTER *TOLV_CreateFilterFromBiquads(int numChannels,
                                                     uint32_t numBiquads,
                                                     const double *biquads);
-TOLV_API int TOLV_UpdateFilterBiquads(_TOLV_FILTER *filter,
-                                      uint32_t numBiquads,
+TOLV_API int TOLV_UpdateFilterBiquads(_TOLV_FILTER *filter, uint32_t numBiquads,
                                       const double *biquads);
 /* count is in float elements over all channels, not in frames. */
 TOLV_API int TOLV_Filter(_TOLV_FILTER *filter, const float *input,

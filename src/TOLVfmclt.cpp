@@ -58,8 +58,8 @@ fftwf_complex *asComplex(float *p)
 // such a processor have nothing to compute and touch nothing.
 bool usable(const _TOLV_FMCLTPROC *proc)
 {
-    return proc && proc->size >= 1 && proc->forwardPlan &&
-           proc->inversePlan && proc->sinePlan;
+    return proc && proc->size >= 1 && proc->forwardPlan && proc->inversePlan &&
+           proc->sinePlan;
 }
 
 // V[k] = s U[k] W[k] for k below count, in place on the interleaved
@@ -128,10 +128,10 @@ void unpairBins(const float *real, const float *imaginary,
     const __m128 quarter = _mm_set1_ps(0.25f);
     const __m128 gain = _mm_set1_ps(t);
     for (; k + 4 <= m - 1; k += 4) {
-        const __m128 c = _mm_add_ps(_mm_loadu_ps(real + k),
-                                    _mm_loadu_ps(imaginary + k + 1));
-        const __m128 a = _mm_sub_ps(_mm_loadu_ps(imaginary + k),
-                                    _mm_loadu_ps(real + k + 1));
+        const __m128 c =
+            _mm_add_ps(_mm_loadu_ps(real + k), _mm_loadu_ps(imaginary + k + 1));
+        const __m128 a =
+            _mm_sub_ps(_mm_loadu_ps(imaginary + k), _mm_loadu_ps(real + k + 1));
         const __m128 w0 = _mm_loadu_ps(&window[k + 1].re);
         const __m128 w1 = _mm_loadu_ps(&window[k + 3].re);
         const __m128 wr = _mm_shuffle_ps(w0, w1, _MM_SHUFFLE(2, 0, 2, 0));
@@ -179,8 +179,8 @@ void overlapAddDouble(const float *buf, float *output, float *overlap, int m,
     const double d = 2.0 * m;
     const __m128d dd = _mm_set1_pd(d);
     for (; k + 4 <= m; k += 4) {
-        _mm_storeu_ps(output + k, scaleAndAdd(_mm_load_ps(buf + k), dd,
-                                              overlap + k));
+        _mm_storeu_ps(output + k,
+                      scaleAndAdd(_mm_load_ps(buf + k), dd, overlap + k));
         _mm_storeu_ps(overlap + k,
                       scaleAndAdd(_mm_loadu_ps(buf + m + k), dd, nullptr));
     }
@@ -204,8 +204,7 @@ void overlapAddPowerOfTwo(const float *buf, float *output, float *overlap,
     const float d = 2.0f * static_cast<float>(m);
     const __m128 reciprocal = _mm_set1_ps(1.0f / d);
     const __m128 tiny = _mm_set1_ps(FLT_MIN * d);
-    const __m128 magnitudeMask =
-        _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff));
+    const __m128 magnitudeMask = _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff));
     int k = 0;
     for (; k + 4 <= m; k += 4) {
         const __m128 y = _mm_load_ps(buf + k);
@@ -290,10 +289,10 @@ extern "C" TOLV_API void TOLV_FMCLTFreqWindow(TOLV_COMPLEX *window, int size)
 }
 
 extern "C" TOLV_API void TOLV_FMCLTDirect(_TOLV_FMCLTPROC *proc, float *real,
-                                         float *imaginary,
-                                         const float *newBlock,
-                                         float *previousBlock,
-                                         const TOLV_COMPLEX *window)
+                                          float *imaginary,
+                                          const float *newBlock,
+                                          float *previousBlock,
+                                          const TOLV_COMPLEX *window)
 {
     if (!usable(proc))
         return;
@@ -312,10 +311,10 @@ extern "C" TOLV_API void TOLV_FMCLTDirect(_TOLV_FMCLTPROC *proc, float *real,
 }
 
 extern "C" TOLV_API void TOLV_FMCLTInverse(_TOLV_FMCLTPROC *proc,
-                                          const float *real,
-                                          const float *imaginary,
-                                          float *output, float *overlap,
-                                          const TOLV_COMPLEX *window)
+                                           const float *real,
+                                           const float *imaginary,
+                                           float *output, float *overlap,
+                                           const TOLV_COMPLEX *window)
 {
     if (!usable(proc))
         return;

@@ -45,15 +45,16 @@ extern "C" TOLV_API float TOLV_CalcZeroCrossRate(const float *samples,
  * double values of float coefficients. Each input is read before its output
  * is written, so the call may run in place. */
 extern "C" TOLV_API void TOLV_RemoveDC(const float *input, float *output,
-                                      int count)
+                                       int count)
 {
     double x1 = 0.0, x2 = 0.0, y1 = 0.0, y2 = 0.0;
     for (int i = 0; i < count; i++) {
         const double x0 = (double)input[i];
-        const double y = (((-0.9114024043083191 * y2 + 1.9059464931488037 * y1) +
-                           0.9272743463516235 * x0) +
-                          (-1.8544940948486328) * x1) +
-                         0.9272743463516235 * x2;
+        const double y =
+            (((-0.9114024043083191 * y2 + 1.9059464931488037 * y1) +
+              0.9272743463516235 * x0) +
+             (-1.8544940948486328) * x1) +
+            0.9272743463516235 * x2;
         output[i] = (float)y;
         x2 = x1;
         x1 = x0;

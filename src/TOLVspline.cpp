@@ -23,8 +23,8 @@ extern "C" TOLV_API void TOLVSPLINE_Estimate(const float *x, const float *y,
                                              float firstSlope, float lastSlope)
 {
     if (n < 2) {
-        KEELDEBUG_Log(-1,
-            "TOLVSPLINE_Estimate: Spline estimation must have 2 or more points");
+        KEELDEBUG_Log(-1, "TOLVSPLINE_Estimate: Spline estimation must have 2 "
+                          "or more points");
         return;
     }
     float *q = secondDerivatives;
@@ -50,7 +50,8 @@ extern "C" TOLV_API void TOLVSPLINE_Estimate(const float *x, const float *y,
                   (y[i] - y[i - 1]) / (x[i] - x[i - 1]);
         float carried = sig * u[i - 1];
         u[i] = (float)(((double)d * 6.0 / (double)(x[i + 1] - x[i - 1]) -
-                        (double)carried) / (double)p);
+                        (double)carried) /
+                       (double)p);
     }
 
     float qn = 0.0f;

@@ -12,10 +12,9 @@
 namespace {
 
 /* Band edges in hertz at whole Bark numbers 0 to 24. */
-const int bartFreq[25] = {0,    60,   150,  250,  350,   450,   570,
-                          700,  840,  1000, 1170, 1370,  1600,  1850,
-                          2150, 2500, 2900, 3400, 4000,  4800,  5800,
-                          7000, 8500, 10500, 13500};
+const int bartFreq[25] = {0,    60,   150,  250,  350,  450,   570,  700,  840,
+                          1000, 1170, 1370, 1600, 1850, 2150,  2500, 2900, 3400,
+                          4000, 4800, 5800, 7000, 8500, 10500, 13500};
 
 /* Truncation toward zero, saturated at the ends of int so that a Bark
  * number far outside the table stays on the first or last segment. NaN

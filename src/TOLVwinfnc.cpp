@@ -216,7 +216,7 @@ extern "C" TOLV_API const char *TOLV_GetWindowName(int type)
 
 /* The window's mean, summed in double from index 0 upward. */
 extern "C" TOLV_API double TOLV_GetWindowNormFactor(const float *window,
-                                                   int length)
+                                                    int length)
 {
     if (window == nullptr)
         return 0.0;
@@ -228,8 +228,8 @@ extern "C" TOLV_API double TOLV_GetWindowNormFactor(const float *window,
 
 /* Mean of the product of two windows; each product is formed in float. */
 extern "C" TOLV_API double TOLV_GetTwoWindowNormFactor(const float *window1,
-                                                      const float *window2,
-                                                      int length)
+                                                       const float *window2,
+                                                       int length)
 {
     if (window1 == nullptr || window2 == nullptr)
         return 0.0;
@@ -244,8 +244,8 @@ extern "C" TOLV_API double TOLV_GetTwoWindowNormFactor(const float *window1,
 /* A key that holds an unknown name gives 0 ("Rectangular"), not the
  * default: only an absent key falls back to the default type. */
 extern "C" TOLV_API int TOLV_GetWindowTypeFromStringConfig(const char *config,
-                                                          const char *key,
-                                                          int defaultType)
+                                                           const char *key,
+                                                           int defaultType)
 {
     char name[128];
     if (KEELSTRING_GetStringValueFromString(config, key,

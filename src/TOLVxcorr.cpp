@@ -18,16 +18,16 @@
 #include "tolv.h"
 
 struct _TOLV_XCORRPROC {
-    KEEL_MEMDESCR memory;      // owns the object and its four buffers
-    int32_t fftLength;         // 2 M, taken as it is by FFTW
-    int32_t spectrumLength;    // M + 1 bins
+    KEEL_MEMDESCR memory;   // owns the object and its four buffers
+    int32_t fftLength;      // 2 M, taken as it is by FFTW
+    int32_t spectrumLength; // M + 1 bins
     int32_t lengthA;
     int32_t lengthB;
     _TOLV_FFTPROC *fft;
     _TOLV_FFTPROC *ifft;
-    float *bufferA;            // fftLength floats, 16-byte aligned
+    float *bufferA; // fftLength floats, 16-byte aligned
     float *bufferB;
-    TOLV_COMPLEX *spectrumA;   // spectrumLength pairs, 16-byte aligned
+    TOLV_COMPLEX *spectrumA; // spectrumLength pairs, 16-byte aligned
     TOLV_COMPLEX *spectrumB;
 };
 
@@ -36,8 +36,8 @@ namespace {
 // Bins k .. k + 3 of A times the conjugate of B, unscaled, as separate
 // real and imaginary parts: re = a.im b.im + a.re b.re,
 // im = a.im b.re - b.im a.re, in float.
-void crossParts(const TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int k,
-                __m128 *re, __m128 *im)
+void crossParts(const TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int k, __m128 *re,
+                __m128 *im)
 {
     const __m128 a0 = _mm_load_ps(&a[k].re), a1 = _mm_load_ps(&a[k + 2].re);
     const __m128 b0 = _mm_load_ps(&b[k].re), b1 = _mm_load_ps(&b[k + 2].re);
@@ -77,8 +77,8 @@ void crossSpectrum(TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int bins,
 // Two bins of the phase transform in double: the weight scale / |X| from
 // the float power, 1 where that magnitude is not above zero, applied to the
 // widened parts and rounded back to float.
-void phatWeigh(__m128 re, __m128 im, __m128 power, __m128d scale,
-               __m128 *outRe, __m128 *outIm, bool high)
+void phatWeigh(__m128 re, __m128 im, __m128 power, __m128d scale, __m128 *outRe,
+               __m128 *outIm, bool high)
 {
     if (high) {
         re = _mm_movehl_ps(re, re);
@@ -97,8 +97,7 @@ void phatWeigh(__m128 re, __m128 im, __m128 power, __m128d scale,
 // The cross spectrum brought to unit magnitude (times scale), so that only
 // its phase, that is the delay, survives. A bin whose float power is zero
 // keeps its value: there is no phase to keep and no division to make.
-void phatSpectrum(TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int bins,
-                  float scale)
+void phatSpectrum(TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int bins, float scale)
 {
     const __m128d s = _mm_set1_pd(static_cast<double>(scale));
     int k = 0;
@@ -167,7 +166,7 @@ int correlate(_TOLV_XCORRPROC *proc, const float *a, const float *b,
 } // namespace
 
 extern "C" TOLV_API _TOLV_XCORRPROC *TOLV_XcorrProcCreate(int lengthA,
-                                                         int lengthB)
+                                                          int lengthB)
 {
     KEEL_MEMDESCR memory = KEELMEM_CreateMemDescrEx("XCorr Memory", 0, 0);
     _TOLV_XCORRPROC *proc = static_cast<_TOLV_XCORRPROC *>(
@@ -193,7 +192,8 @@ extern "C" TOLV_API _TOLV_XCORRPROC *TOLV_XcorrProcCreate(int lengthA,
     proc->fft = TOLV_FFTProcCreate(proc->fftLength);
     proc->ifft = TOLV_IFFTProcCreate(proc->fftLength);
     if (!proc->spectrumA || !proc->spectrumB)
-        KEELDEBUG_Error(-1, "TOLVXcorrProcCreate: Erro na alocacao dos vetores!\n");
+        KEELDEBUG_Error(-1,
+                        "TOLVXcorrProcCreate: Erro na alocacao dos vetores!\n");
     return proc;
 }
 
@@ -215,8 +215,8 @@ extern "C" TOLV_API int TOLV_XcorrVectorLength(_TOLV_XCORRPROC *proc)
 }
 
 extern "C" TOLV_API int TOLV_XcorrProcExecute(_TOLV_XCORRPROC *proc,
-                                             const float *a, const float *b,
-                                             float *result)
+                                              const float *a, const float *b,
+                                              float *result)
 {
     if (!proc)
         return -1;
@@ -227,8 +227,8 @@ extern "C" TOLV_API int TOLV_XcorrProcExecute(_TOLV_XCORRPROC *proc,
 }
 
 extern "C" TOLV_API int TOLV_XcorrPhatProcess(_TOLV_XCORRPROC *proc,
-                                             const float *a, const float *b,
-                                             float *result)
+                                              const float *a, const float *b,
+                                              float *result)
 {
     if (!proc)
         return -1;
@@ -237,7 +237,7 @@ extern "C" TOLV_API int TOLV_XcorrPhatProcess(_TOLV_XCORRPROC *proc,
 }
 
 extern "C" TOLV_API double TOLV_XcorrCoef(const float *a, int lengthA,
-                                         const float *b, int lengthB, int *lag)
+                                          const float *b, int lengthB, int *lag)
 {
     if (!a) {
         KEELDEBUG_Error(-1, "TOLV_XcorrCoef: Invalid vector x\n");

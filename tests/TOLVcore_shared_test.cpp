@@ -68,7 +68,8 @@ TEST(Lifecycle, StartRegistersThePreparePlansDefault)
 {
     /* The default is registered for the process, so it wins over a query
      * that carries another default. */
-    EXPECT_FALSE(KEELSETTINGS_GetBoolEx(nullptr, "tolv.fftw.prepare_plans=[1]"));
+    EXPECT_FALSE(
+        KEELSETTINGS_GetBoolEx(nullptr, "tolv.fftw.prepare_plans=[1]"));
 }
 
 TEST(Version, NumbersThroughAnySubsetOfPointers)
@@ -91,10 +92,9 @@ TEST(Version, TextHasTheBuildDateWithAPaddedDay)
     const char *second = TOLVVERSION_String();
     EXPECT_EQ(first, second);
     const std::string text = first;
-    const std::regex shape(
-        "libtolv version 3\\.7\\.18\\.0 \\(built in "
-        "(Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) "
-        "([ 1-3][0-9]) ([0-9]{4})\\)");
+    const std::regex shape("libtolv version 3\\.7\\.18\\.0 \\(built in "
+                           "(Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|Dec) "
+                           "([ 1-3][0-9]) ([0-9]{4})\\)");
     std::smatch m;
     ASSERT_TRUE(std::regex_match(text, m, shape)) << text;
     /* A single-digit day stands right-aligned: two blanks after the month. */

@@ -12,39 +12,88 @@
 namespace {
 
 /* Every name a host may find defined in libtolv. */
-const std::set<std::string> kInterface = {
-    "TOLV_Initialize", "TOLV_Finalize", "TOLVVERSION_String",
-    "TOLVVERSION_Number", "TOLV_CreateWindow", "TOLV_ApplyWindow",
-    "TOLV_GetWindowType", "TOLV_GetWindowName", "TOLV_GetWindowNormFactor",
-    "TOLV_GetTwoWindowNormFactor", "TOLV_GetWindowTypeFromStringConfig",
-    "TOLV_InitializeFFT", "TOLV_FinalizeFFT", "TOLV_OptimizeFFT",
-    "__FFTW_PlanLock", "TOLV_FFTProcCreate", "TOLV_IFFTProcCreate",
-    "TOLV_FFTProcDestroy", "TOLV_FFTProcExecute", "TOLV_IFFTProcExecuteEx",
-    "TOLV_FFTProcExecutePSDEx", "TOLV_CreateComplexVector",
-    "TOLV_DestroyComplexVector", "TOLV_ComplexVectorMultiply",
-    "TOLV_CreatePreEmphAdjust", "TOLV_PSDtoDB", "TOLVUTIL_Freq2Mels",
-    "TOLVUTIL_Mels2Freq", "TOLVUTIL_Freq2Bark", "TOLVUTIL_Bark2Freq",
-    "TOLV_CalcEnergy", "TOLV_CalcZeroCrossRate", "TOLV_RemoveDC",
-    "TOLVINTERPOLATE_Linear", "TOLV_XcorrProcCreate", "TOLV_XcorrProcDestroy",
-    "TOLV_XcorrVectorLength", "TOLV_XcorrProcExecute", "TOLV_XcorrPhatProcess",
-    "TOLV_XcorrCoef", "TOLV_CreateFilterFromCoefs",
-    "TOLV_CreateFilterFromBiquads", "TOLV_UpdateFilterBiquads", "TOLV_Filter",
-    "TOLV_FilterEx", "TOLV_ResetFilter", "TOLV_CopyFilterMemories",
-    "TOLV_DestroyFilter", "TOLV_CreateFilter", "TOLV_ResampleInit",
-    "TOLV_Resample", "TOLV_ResampleFlushBufferSize",
-    "TOLV_ResampleFlushBuffersEx", "TOLV_ResampleDestroy",
-    "TOLVSPLINE_Estimate", "TOLVSPLINE_Interpolate", "TOLV_FMCLTProcCreate",
-    "TOLV_FMCLTProcDestroy", "TOLV_FMCLTFreqWindow", "TOLV_FMCLTDirect",
-    "TOLV_FMCLTInverse", "TOLV_FMCLTCDTiv", "TOLV_SolafsCreate",
-    "TOLV_SolafsDestroy", "TOLV_SolafsInputData", "TOLV_SolafsOutputData",
-    "TOLV_SolafsTranslateCursorPosition", "TOLV_CreateNoiseSupEx",
-    "TOLV_NoiseSupBufferSize", "TOLV_SetNoiseSupIntensity", "TOLV_DoNoiseSup",
-    "TOLV_DoNoiseSup16", "TOLV_DestroyNoiseSup"};
+const std::set<std::string> kInterface = {"TOLV_Initialize",
+                                          "TOLV_Finalize",
+                                          "TOLVVERSION_String",
+                                          "TOLVVERSION_Number",
+                                          "TOLV_CreateWindow",
+                                          "TOLV_ApplyWindow",
+                                          "TOLV_GetWindowType",
+                                          "TOLV_GetWindowName",
+                                          "TOLV_GetWindowNormFactor",
+                                          "TOLV_GetTwoWindowNormFactor",
+                                          "TOLV_GetWindowTypeFromStringConfig",
+                                          "TOLV_InitializeFFT",
+                                          "TOLV_FinalizeFFT",
+                                          "TOLV_OptimizeFFT",
+                                          "__FFTW_PlanLock",
+                                          "TOLV_FFTProcCreate",
+                                          "TOLV_IFFTProcCreate",
+                                          "TOLV_FFTProcDestroy",
+                                          "TOLV_FFTProcExecute",
+                                          "TOLV_IFFTProcExecuteEx",
+                                          "TOLV_FFTProcExecutePSDEx",
+                                          "TOLV_CreateComplexVector",
+                                          "TOLV_DestroyComplexVector",
+                                          "TOLV_ComplexVectorMultiply",
+                                          "TOLV_CreatePreEmphAdjust",
+                                          "TOLV_PSDtoDB",
+                                          "TOLVUTIL_Freq2Mels",
+                                          "TOLVUTIL_Mels2Freq",
+                                          "TOLVUTIL_Freq2Bark",
+                                          "TOLVUTIL_Bark2Freq",
+                                          "TOLV_CalcEnergy",
+                                          "TOLV_CalcZeroCrossRate",
+                                          "TOLV_RemoveDC",
+                                          "TOLVINTERPOLATE_Linear",
+                                          "TOLV_XcorrProcCreate",
+                                          "TOLV_XcorrProcDestroy",
+                                          "TOLV_XcorrVectorLength",
+                                          "TOLV_XcorrProcExecute",
+                                          "TOLV_XcorrPhatProcess",
+                                          "TOLV_XcorrCoef",
+                                          "TOLV_CreateFilterFromCoefs",
+                                          "TOLV_CreateFilterFromBiquads",
+                                          "TOLV_UpdateFilterBiquads",
+                                          "TOLV_Filter",
+                                          "TOLV_FilterEx",
+                                          "TOLV_ResetFilter",
+                                          "TOLV_CopyFilterMemories",
+                                          "TOLV_DestroyFilter",
+                                          "TOLV_CreateFilter",
+                                          "TOLV_ResampleInit",
+                                          "TOLV_Resample",
+                                          "TOLV_ResampleFlushBufferSize",
+                                          "TOLV_ResampleFlushBuffersEx",
+                                          "TOLV_ResampleDestroy",
+                                          "TOLVSPLINE_Estimate",
+                                          "TOLVSPLINE_Interpolate",
+                                          "TOLV_FMCLTProcCreate",
+                                          "TOLV_FMCLTProcDestroy",
+                                          "TOLV_FMCLTFreqWindow",
+                                          "TOLV_FMCLTDirect",
+                                          "TOLV_FMCLTInverse",
+                                          "TOLV_FMCLTCDTiv",
+                                          "TOLV_SolafsCreate",
+                                          "TOLV_SolafsDestroy",
+                                          "TOLV_SolafsInputData",
+                                          "TOLV_SolafsOutputData",
+                                          "TOLV_SolafsTranslateCursorPosition",
+                                          "TOLV_CreateNoiseSupEx",
+                                          "TOLV_NoiseSupBufferSize",
+                                          "TOLV_SetNoiseSupIntensity",
+                                          "TOLV_DoNoiseSup",
+                                          "TOLV_DoNoiseSup16",
+                                          "TOLV_DestroyNoiseSup"};
 
-const char *const kKissEntryPoints[] = {
-    "kiss_fft_alloc",          "kiss_fft",        "kiss_fft_stride",
-    "kiss_fft_cleanup",        "kiss_fft_next_fast_size",
-    "kiss_fftr_alloc",         "kiss_fftr",       "kiss_fftri"};
+const char *const kKissEntryPoints[] = {"kiss_fft_alloc",
+                                        "kiss_fft",
+                                        "kiss_fft_stride",
+                                        "kiss_fft_cleanup",
+                                        "kiss_fft_next_fast_size",
+                                        "kiss_fftr_alloc",
+                                        "kiss_fftr",
+                                        "kiss_fftri"};
 
 /* Names the shared object defines in its dynamic symbol table. */
 std::set<std::string> DefinedDynamicSymbols()
@@ -70,14 +119,14 @@ std::set<std::string> DefinedDynamicSymbols()
 TEST(Exports, NothingLeavesButTheInterface)
 {
     const std::set<std::string> names = DefinedDynamicSymbols();
-    ASSERT_FALSE(names.empty()) << "nm found no symbols in "
-                                << TOLV_SHARED_LIBRARY;
+    ASSERT_FALSE(names.empty())
+        << "nm found no symbols in " << TOLV_SHARED_LIBRARY;
     for (const std::string &name : names)
         EXPECT_TRUE(kInterface.count(name)) << "stray export: " << name;
-    for (const char *always : {"TOLV_Initialize", "TOLV_Finalize",
-                               "TOLVVERSION_String", "TOLVVERSION_Number",
-                               "TOLV_InitializeFFT", "TOLV_FinalizeFFT",
-                               "TOLV_OptimizeFFT", "__FFTW_PlanLock"})
+    for (const char *always :
+         {"TOLV_Initialize", "TOLV_Finalize", "TOLVVERSION_String",
+          "TOLVVERSION_Number", "TOLV_InitializeFFT", "TOLV_FinalizeFFT",
+          "TOLV_OptimizeFFT", "__FFTW_PlanLock"})
         EXPECT_TRUE(names.count(always)) << "missing export: " << always;
 }
 

@@ -21,7 +21,8 @@ std::vector<float> FloatPathDb(const std::vector<float> &x)
         for (size_t i = 0; i < 5; i++)
             psd[i] = i < 4 && at + i < x.size() ? x[at + i] * 16.0f : 1.0f;
         EXPECT_EQ(1, TOLV_PSDtoDB(8, psd.data, db.data, nullptr, 1.0, 2000.0));
-        out.insert(out.end(), db.data, db.data + std::min<size_t>(4, x.size() - at));
+        out.insert(out.end(), db.data,
+                   db.data + std::min<size_t>(4, x.size() - at));
     }
     return out;
 }
@@ -34,9 +35,11 @@ std::vector<float> FloatPathDb(const std::vector<float> &x)
  * as the smallest normal. */
 TEST(PSDtoDB, FloatPathBitsAndDoubleReference)
 {
-    const std::vector<float> hand = {1, 2, 0.5f, 0.75f, 10, 100, 1e-3f, 3, 1e6f, 0.1f, FLT_MIN};
-    const std::vector<uint32_t> bits = {0x00000000, 0x4040A8C0, 0xC040A8C0, 0xBF9FEBEC, 0x411FFFFF, 0x419FFFFF,
-                                        0xC1F00000, 0x4098ADC6, 0x42700000, 0xC11FFFFF, 0xC3BDA61E};
+    const std::vector<float> hand = {1,     2, 0.5f, 0.75f, 10,     100,
+                                     1e-3f, 3, 1e6f, 0.1f,  FLT_MIN};
+    const std::vector<uint32_t> bits = {
+        0x00000000, 0x4040A8C0, 0xC040A8C0, 0xBF9FEBEC, 0x411FFFFF, 0x419FFFFF,
+        0xC1F00000, 0x4098ADC6, 0x42700000, 0xC11FFFFF, 0xC3BDA61E};
     std::vector<uint32_t> got;
     for (float d : FloatPathDb(hand))
         got.push_back(Bits(d));
@@ -44,16 +47,20 @@ TEST(PSDtoDB, FloatPathBitsAndDoubleReference)
 
     std::vector<float> x;
     for (int e = -126; e <= 122; e += 3) /* x 16 must not overflow */
-        for (float m : {1.0f, 1.0001f, 1.25f, 1.41421f, 1.41422f, 1.5f, 1.99999f})
+        for (float m :
+             {1.0f, 1.0001f, 1.25f, 1.41421f, 1.41422f, 1.5f, 1.99999f})
             x.push_back(ldexpf(m, e));
     const std::vector<float> db = FloatPathDb(x);
     for (size_t i = 0; i < x.size(); i++) {
         const double ref = 10.0 * log10((double)x[i]);
-        const double ulp = ldexp(1.0, ilogbf(fabs(ref) > 1.0 ? (float)ref : 1.0f) - 23);
+        const double ulp =
+            ldexp(1.0, ilogbf(fabs(ref) > 1.0 ? (float)ref : 1.0f) - 23);
         ASSERT_LE(fabs(db[i] - ref), 4 * ulp) << x[i] << ": " << db[i];
     }
-    EXPECT_EQ((std::vector<float>{-2000, -2000, -2000, -2000, -2000, db[0], db[0]}),
-              FloatPathDb({0.0f, -0.0f, -1.0f, NAN, -INFINITY, FLT_TRUE_MIN, 0.99f * FLT_MIN}));
+    EXPECT_EQ(
+        (std::vector<float>{-2000, -2000, -2000, -2000, -2000, db[0], db[0]}),
+        FloatPathDb({0.0f, -0.0f, -1.0f, NAN, -INFINITY, FLT_TRUE_MIN,
+                     0.99f * FLT_MIN}));
 }
 
 /* Four lanes and eight give the same bits, weighted or not, on ordinary
@@ -65,21 +72,28 @@ TEST(PSDtoDB, LaneWidthsAgreeToTheBit)
     if (_TOLV_DbWidestLanes() != 8)
         GTEST_SKIP() << "this processor has no eight-lane path";
     const int end = 4 * 61;
-    GuardedFloats psdBlock(end + 4, 0), curveBlock(end + 4, 0), four(end, 0), eightBlock(end + 4, 0);
-    const float odd[] = {0, -0.0f, -3, NAN, INFINITY, -INFINITY, FLT_TRUE_MIN, FLT_MIN, FLT_MAX};
+    GuardedFloats psdBlock(end + 4, 0), curveBlock(end + 4, 0), four(end, 0),
+        eightBlock(end + 4, 0);
+    const float odd[] = {0,         -0.0f,        -3,      NAN,    INFINITY,
+                         -INFINITY, FLT_TRUE_MIN, FLT_MIN, FLT_MAX};
     for (int offset : {0, 4}) {
-        float *psd = psdBlock.data + offset, *curve = curveBlock.data + offset, *eight = eightBlock.data + offset;
+        float *psd = psdBlock.data + offset, *curve = curveBlock.data + offset,
+              *eight = eightBlock.data + offset;
         for (int i = 0; i < end; i++) {
             curve[i] = 0.5f + fmodf(0.618034f * i, 1.0f);
-            psd[i] = i % 7 ? ldexpf(curve[i] + 0.5f, (i * 37) % 277 - 149) : odd[(i / 7) % 9];
+            psd[i] = i % 7 ? ldexpf(curve[i] + 0.5f, (i * 37) % 277 - 149)
+                           : odd[(i / 7) % 9];
         }
-        for (const float *weights : {(const float *)nullptr, (const float *)curve})
+        for (const float *weights :
+             {(const float *)nullptr, (const float *)curve})
             for (float ref : {1.0f, 0.37f}) {
-                _TOLV_DbArgs args = {psd, four.data, weights, 1.0f / 289.0f, ref, -150.0f};
+                _TOLV_DbArgs args = {psd,           four.data, weights,
+                                     1.0f / 289.0f, ref,       -150.0f};
                 _TOLV_DbVector(args, end, 4);
                 args.db = eight;
                 _TOLV_DbVector(args, end, 8);
-                ASSERT_EQ(0, memcmp(four.data, eight, 4 * end)) << ref << " at offset " << offset;
+                ASSERT_EQ(0, memcmp(four.data, eight, 4 * end))
+                    << ref << " at offset " << offset;
             }
     }
 }
@@ -102,10 +116,14 @@ TEST(PSDtoDB, PathsAndShortFrames)
         float first, nyquist;
         size_t extent;
     } rows[] = {
-        {8, 1600, false, 1, 60, 0x1.3ffffep4f, 20, 5}, {8, 1600, true, 16, 60, 0x1.3ffffep4f, 20, 5},
-        {8, 1600, false, -1, 60, -60, -60, 5},        {8, 0, false, 1, 60, -60, -60, 5},
-        {8, 16e-7f, false, 1, 60, -60, -60, 5},       {1, 0.25f, false, 1, 90, INFINITY, INFINITY, 1},
-        {2, 0.01f, false, 1, 90, atOneHundredth, (float)(10 * log10((double)0.01f)), 4},
+        {8, 1600, false, 1, 60, 0x1.3ffffep4f, 20, 5},
+        {8, 1600, true, 16, 60, 0x1.3ffffep4f, 20, 5},
+        {8, 1600, false, -1, 60, -60, -60, 5},
+        {8, 0, false, 1, 60, -60, -60, 5},
+        {8, 16e-7f, false, 1, 60, -60, -60, 5},
+        {1, 0.25f, false, 1, 90, INFINITY, INFINITY, 1},
+        {2, 0.01f, false, 1, 90, atOneHundredth,
+         (float)(10 * log10((double)0.01f)), 4},
         {12, 36, false, 1, 90, 0, 0, 8},
     };
     GuardedFloats psd(8, 0), curve(8, 0), db(8), none(4, 0);
@@ -113,9 +131,13 @@ TEST(PSDtoDB, PathsAndShortFrames)
     for (const auto &r : rows) {
         std::fill(psd.data, psd.data + 8, r.p);
         std::fill(db.data, db.data + db.size, GuardedFloats::kMarker);
-        EXPECT_EQ(1, TOLV_PSDtoDB(r.n, psd.data, db.data, r.curve ? curve.data : nullptr, r.reference, r.range));
-        EXPECT_EQ(Bits(r.first), Bits(db[0])) << r.n << " " << r.p << ": " << db[0];
-        EXPECT_EQ(Bits(r.nyquist), Bits(db[r.n / 2])) << r.n << " " << r.p << ": " << db[r.n / 2];
+        EXPECT_EQ(1, TOLV_PSDtoDB(r.n, psd.data, db.data,
+                                  r.curve ? curve.data : nullptr, r.reference,
+                                  r.range));
+        EXPECT_EQ(Bits(r.first), Bits(db[0]))
+            << r.n << " " << r.p << ": " << db[0];
+        EXPECT_EQ(Bits(r.nyquist), Bits(db[r.n / 2]))
+            << r.n << " " << r.p << ": " << db[r.n / 2];
         EXPECT_EQ(r.extent, db.WrittenExtent()) << r.n;
     }
     TOLV_PSDtoDB(8, psd.data, db.data, nullptr, 0.0, 90.0); /* r infinite */
@@ -133,7 +155,8 @@ TEST(PSDtoDB, FullScaleSineIsZeroDecibels)
 {
     const int n = 1024, bin = 64;
     _TOLV_FFTPROC *proc = TOLV_FFTProcCreate(n);
-    GuardedFloats frame(n, 0), window(n, 0), psd(4 * (n / 8 + 1), 0), db(4 * (n / 8 + 1), 0);
+    GuardedFloats frame(n, 0), window(n, 0), psd(4 * (n / 8 + 1), 0),
+        db(4 * (n / 8 + 1), 0);
     ASSERT_EQ(1, TOLV_CreateWindow(0, window.data, n));
     for (int t = 0; t < n; t++)
         frame[t] = (float)sin(2.0 * M_PI * bin * t / n);
@@ -152,9 +175,12 @@ TEST(PreEmphAdjust, CurveAndDegenerateLengths)
 {
     GuardedFloats curve(33, 8), odd(33, 8);
     TOLV_CreatePreEmphAdjust(curve.data, 64, 0.0);
-    EXPECT_EQ(std::vector<float>(33, 1.0f), std::vector<float>(curve.data, curve.data + 33));
+    EXPECT_EQ(std::vector<float>(33, 1.0f),
+              std::vector<float>(curve.data, curve.data + 33));
     TOLV_CreatePreEmphAdjust(curve.data, 64, 0.97);
-    EXPECT_TRUE(fabsf(curve[0] - 0.03f) < 1e-7 && curve[16] == (float)sqrt(1 + 0.97 * 0.97) && curve[32] == 1.97f);
+    EXPECT_TRUE(fabsf(curve[0] - 0.03f) < 1e-7 &&
+                curve[16] == (float)sqrt(1 + 0.97 * 0.97) &&
+                curve[32] == 1.97f);
     TOLV_CreatePreEmphAdjust(odd.data, 65, 0.97);
     EXPECT_EQ(0, memcmp(curve.data, odd.data, 4 * (33 + 8)));
     for (int n : {0, 1, -1, -2, -100}) {

@@ -95,8 +95,10 @@ TEST(PlanService, PassPlansUpToTheLimitAndSavesOnlyWhenPreparing)
         FRESH_CHECK(TOLV_OptimizeFFT(true) == 1); /* default: only loads */
         FRESH_CHECK(_FFTW_PassLengthCount() == 0 && MTime(file) == -1);
         KEELSETTINGS_SetValueEx(nullptr, "tolv.fftw.prepare_plans=[%d]", 1);
-        const struct { long long limit; int lengths; } table[] = {
-            {4096, 9}, {16384, 11}, {1LL << 40, 11}, {15, 0}};
+        const struct {
+            long long limit;
+            int lengths;
+        } table[] = {{4096, 9}, {16384, 11}, {1LL << 40, 11}, {15, 0}};
         for (const auto &row : table) {
             KEELSETTINGS_SetValueEx(nullptr, "tolv.fftw.max_plan_len=%lld",
                                     row.limit);
@@ -137,7 +139,8 @@ TEST(PlanService, PassWarnsWhenThePathNeverAppears)
     RUN_IN_FRESH_PROCESS({
         KEELDEBUG_SetMessageHandler(Capture, nullptr);
         FRESH_CHECK(TOLV_OptimizeFFT(true) == 1);
-        FRESH_CHECK(g_warning == "__InitializeFFTWPlans: KEEL_DATA_PATH not set!");
+        FRESH_CHECK(g_warning ==
+                    "__InitializeFFTWPlans: KEEL_DATA_PATH not set!");
     });
 }
 

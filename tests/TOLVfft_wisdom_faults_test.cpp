@@ -48,22 +48,28 @@ void Arm(Point point, std::function<void()> action)
 }
 
 template <typename F>
-F Real(const char *name) { return reinterpret_cast<F>(dlsym(RTLD_NEXT, name)); }
+F Real(const char *name)
+{
+    return reinterpret_cast<F>(dlsym(RTLD_NEXT, name));
+}
 
 } // namespace
 
 extern "C" KEEL_FILE KEELIO_Open(const char *path, const char *mode, ...)
 {
-    static auto real = Real<KEEL_FILE (*)(const char *, const char *, ...)>("KEELIO_Open");
+    static auto real =
+        Real<KEEL_FILE (*)(const char *, const char *, ...)>("KEELIO_Open");
     KEEL_FILE file = real(path, mode);
     if (file != nullptr && mode != nullptr && mode[0] == 'w')
         Reach(Point::OpenedForWriting);
     return file;
 }
 
-extern "C" int64_t KEELIO_WriteData(KEEL_FILE file, const void *src, int64_t bytes)
+extern "C" int64_t KEELIO_WriteData(KEEL_FILE file, const void *src,
+                                    int64_t bytes)
 {
-    static auto real = Real<int64_t (*)(KEEL_FILE, const void *, int64_t)>("KEELIO_WriteData");
+    static auto real =
+        Real<int64_t (*)(KEEL_FILE, const void *, int64_t)>("KEELIO_WriteData");
     const int64_t written = real(file, src, bytes);
     Reach(Point::Wrote);
     return written;
@@ -71,7 +77,8 @@ extern "C" int64_t KEELIO_WriteData(KEEL_FILE file, const void *src, int64_t byt
 
 extern "C" int64_t KEELIO_ReadData(KEEL_FILE file, void *dest, int64_t bytes)
 {
-    static auto real = Real<int64_t (*)(KEEL_FILE, void *, int64_t)>("KEELIO_ReadData");
+    static auto real =
+        Real<int64_t (*)(KEEL_FILE, void *, int64_t)>("KEELIO_ReadData");
     Reach(Point::AboutToRead);
     return real(file, dest, bytes);
 }
@@ -84,8 +91,10 @@ bool TransformsWork()
 {
     bool ok = true;
     for (int n : {64, 100, 1024}) {
-        _TOLV_FFTPROC *forward = TOLV_FFTProcCreate(n), *inverse = TOLV_IFFTProcCreate(n);
-        float *x = (float *)fftwf_malloc(sizeof(float) * n), *y = (float *)fftwf_malloc(sizeof(float) * n);
+        _TOLV_FFTPROC *forward = TOLV_FFTProcCreate(n),
+                      *inverse = TOLV_IFFTProcCreate(n);
+        float *x = (float *)fftwf_malloc(sizeof(float) * n),
+              *y = (float *)fftwf_malloc(sizeof(float) * n);
         TOLV_COMPLEX *spectrum = TOLV_CreateComplexVector(forward);
         for (int i = 0; i < n; i++)
             x[i] = (float)std::sin(0.1 * i * i);
@@ -158,7 +167,10 @@ int InChild(const std::function<void()> &body)
     return status;
 }
 
-bool ExitedCleanly(int status) { return WIFEXITED(status) && WEXITSTATUS(status) == 0; }
+bool ExitedCleanly(int status)
+{
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
 
 /* A folder in which no file can be created. Permissions refuse it to an
  * ordinary user; the superuser ignores them, so then a folder of the
@@ -187,17 +199,22 @@ TEST(WisdomFaults, UnwritablePlacesAreReadButNeverChanged)
         /* Prepares the place in a fresh folder; returns the data path. */
         std::function<std::string(const std::string &)> place;
     } cases[] = {
-        {"missing folder", 0, [](const std::string &d) { return d + "/not/there"; }},
-        {"plain file", 0, [](const std::string &d) {
+        {"missing folder", 0,
+         [](const std::string &d) { return d + "/not/there"; }},
+        {"plain file", 0,
+         [](const std::string &d) {
              WriteFile(d + "/plain", "not a folder");
              return d + "/plain";
          }},
-        {"read-only folder", 0, [](const std::string &) { return FolderRefusingNewFiles(); }},
-        {"wisdom file is a folder", 0, [](const std::string &d) {
+        {"read-only folder", 0,
+         [](const std::string &) { return FolderRefusingNewFiles(); }},
+        {"wisdom file is a folder", 0,
+         [](const std::string &d) {
              mkdir((d + "/brae.optimization").c_str(), 0700);
              return d;
          }},
-        {"read-only folder and file", 1, [](const std::string &d) {
+        {"read-only folder and file", 1,
+         [](const std::string &d) {
              const std::string file = d + "/brae.optimization";
              /* Planned in another process, so that the wisdom here grows. */
              InChild([&] { WriteFile(file, PlanAndExport(40)); });
@@ -233,27 +250,36 @@ TEST(WisdomFaults, DamagedWisdomFilesLoadAndAreReplacedByTheNextSave)
         /* Prepares the file; false when the file system cannot hold it. */
         std::function<bool(const std::string &)> make;
     } cases[] = {
-        {"empty", [](const std::string &f) { WriteFile(f, ""); return true; }},
-        {"truncated", [](const std::string &f) {
+        {"empty",
+         [](const std::string &f) {
+             WriteFile(f, "");
+             return true;
+         }},
+        {"truncated",
+         [](const std::string &f) {
              const std::string whole = LargeWisdom();
              WriteFile(f, whole.substr(0, whole.size() / 2));
              return true;
          }},
-        {"garbage with zero bytes", [](const std::string &f) {
+        {"garbage with zero bytes",
+         [](const std::string &f) {
              std::string junk;
              for (int i = 0; i < 5000; i++)
                  junk.push_back((char)((i * 7919) % 251));
              WriteFile(f, junk);
              return true;
          }},
-        {"8 MiB of text", [](const std::string &f) {
+        {"8 MiB of text",
+         [](const std::string &f) {
              WriteFile(f, std::string(8 << 20, '('));
              return true;
          }},
         /* The load takes the size in 32 bits: 3 GiB reads as negative, and
          * 4 GiB plus 4 KiB as 4 KiB (the file's first bytes, zeros here). */
-        {"3 GiB sparse", [=](const std::string &f) { return MakeSparse(f, 3 * kGiB); }},
-        {"4 GiB + 4 KiB sparse", [=](const std::string &f) { return MakeSparse(f, 4 * kGiB + 4096); }},
+        {"3 GiB sparse",
+         [=](const std::string &f) { return MakeSparse(f, 3 * kGiB); }},
+        {"4 GiB + 4 KiB sparse",
+         [=](const std::string &f) { return MakeSparse(f, 4 * kGiB + 4096); }},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
@@ -262,7 +288,8 @@ TEST(WisdomFaults, DamagedWisdomFilesLoadAndAreReplacedByTheNextSave)
             /* Made by another process, so that this planner starts clean. */
             const int made = InChild([&] { _exit(c.make(file) ? 0 : 3); });
             if (WIFEXITED(made) && WEXITSTATUS(made) == 3) {
-                fprintf(stderr, "skipped: the file system cannot hold the file\n");
+                fprintf(stderr,
+                        "skipped: the file system cannot hold the file\n");
                 return;
             }
             FRESH_CHECK(ExitedCleanly(made));
@@ -301,7 +328,8 @@ TEST(WisdomFaults, SaveRacingWithALoadInAnotherProcess)
         RUN_IN_FRESH_PROCESS({
             const std::string file = UsePath("race");
             /* Planned elsewhere: this process's load must stay unsettled. */
-            FRESH_CHECK(ExitedCleanly(InChild([&] { WriteFile(file, PlanAndExport(32)); })));
+            FRESH_CHECK(ExitedCleanly(
+                InChild([&] { WriteFile(file, PlanAndExport(32)); })));
             int toWriter[2], toReader[2];
             FRESH_CHECK(pipe(toWriter) == 0 && pipe(toReader) == 0);
             fflush(nullptr);
@@ -319,7 +347,8 @@ TEST(WisdomFaults, SaveRacingWithALoadInAnotherProcess)
                     });
                 else
                     Await(toWriter[0]); /* until the reader has the size */
-                FRESH_CHECK(__FFTW_SaveWisdom() == 1 && ReadFile(file) == wisdom);
+                FRESH_CHECK(__FFTW_SaveWisdom() == 1 &&
+                            ReadFile(file) == wisdom);
                 Signal(toReader[1]);
                 _exit(0);
             }
@@ -357,7 +386,9 @@ TEST(WisdomFaults, CrashInTheMiddleOfASaveLeavesAPrefixThatTheNextSaveRepairs)
     const struct {
         Point killAt;
         bool large;
-    } cases[] = {{Point::OpenedForWriting, true}, {Point::Wrote, false}, {Point::Wrote, true}};
+    } cases[] = {{Point::OpenedForWriting, true},
+                 {Point::Wrote, false},
+                 {Point::Wrote, true}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.large ? "large wisdom" : "small wisdom");
         RUN_IN_FRESH_PROCESS({
@@ -367,20 +398,25 @@ TEST(WisdomFaults, CrashInTheMiddleOfASaveLeavesAPrefixThatTheNextSaveRepairs)
              * the file; this process plans nothing, so that the next one
              * starts as a fresh host would. */
             const int status = InChild([&] {
-                WriteFile(file + ".meant", c.large ? LargeWisdom() : PlanAndExport(64));
+                WriteFile(file + ".meant",
+                          c.large ? LargeWisdom() : PlanAndExport(64));
                 Arm(c.killAt, [] { raise(SIGKILL); });
                 __FFTW_SaveWisdom();
             });
             FRESH_CHECK(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-            const std::string left = ReadFile(file), whole = ReadFile(file + ".meant");
-            FRESH_CHECK(whole.compare(0, left.size(), left) == 0); /* a prefix */
+            const std::string left = ReadFile(file),
+                              whole = ReadFile(file + ".meant");
+            FRESH_CHECK(whole.compare(0, left.size(), left) ==
+                        0); /* a prefix */
             if (c.killAt == Point::OpenedForWriting || !c.large)
                 FRESH_CHECK(left.empty());
             else
-                FRESH_CHECK(!left.empty() && left.size() % 4096 == 0 && left.size() < whole.size());
+                FRESH_CHECK(!left.empty() && left.size() % 4096 == 0 &&
+                            left.size() < whole.size());
             FRESH_CHECK(ExitedCleanly(InChild([&] {
                 FRESH_CHECK(__FFTW_LoadWisdom() == 1 && TransformsWork());
-                FRESH_CHECK(__FFTW_SaveWisdom() == 1 && IsWholeWisdom(ReadFile(file)));
+                FRESH_CHECK(__FFTW_SaveWisdom() == 1 &&
+                            IsWholeWisdom(ReadFile(file)));
             })));
         });
     }

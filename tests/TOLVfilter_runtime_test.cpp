@@ -23,25 +23,77 @@ TEST(FilterRun, HandWorkedOutputsToTheBit)
         std::vector<float> x, y;
     } cases[] = {
         {"pure gain", false, {3}, {2}, {1, -2, 0.5f}, {1.5f, -3, 0.75f}},
-        {"a0 scales b0 too", false, {2, 4}, {2, -1}, {1, 0, 0, 0}, {1, 2.5f, 1.25f, 0.625f}},
+        {"a0 scales b0 too",
+         false,
+         {2, 4},
+         {2, -1},
+         {1, 0, 0, 0},
+         {1, 2.5f, 1.25f, 0.625f}},
         {"quotients in f64", false, {0.1}, {0.3}, {1}, {0.333333343f}},
-        {"b longer", false, {1, 0, 0, 1}, {1, -0.5}, {1, 0, 0, 0, 0}, {1, 0.5f, 0.25f, 1.125f, 0.5625f}},
-        {"a longer", false, {1}, {1, 0, -0.5}, {1, 0, 0, 0, 0}, {1, 0, 0.5f, 0, 0.25f}},
+        {"b longer",
+         false,
+         {1, 0, 0, 1},
+         {1, -0.5},
+         {1, 0, 0, 0, 0},
+         {1, 0.5f, 0.25f, 1.125f, 0.5625f}},
+        {"a longer",
+         false,
+         {1},
+         {1, 0, -0.5},
+         {1, 0, 0, 0, 0},
+         {1, 0, 0.5f, 0, 0.25f}},
         // f32 sums with the w[n] term last: -1 + 2^-30 rounds away first.
         {"w[n] term last", false, {1, -1, e30}, {1}, {1, 1, 1}, {1, 0, 0}},
-        {"feedback in tap order", false, {1}, {1, -1, e30}, {1, 0, -1}, {1, 1, -e30}},
-        {"feedback sums in f32", false, {1}, {1, e30, -1}, {1, 1, -1}, {1, 1, 0}},
-        {"one section", true, {-1, 0.5, 1, 2, 1}, {}, {1, 0, 0, 0, 0}, {1, 3, 3.5f, 2, 0.25f}},
+        {"feedback in tap order",
+         false,
+         {1},
+         {1, -1, e30},
+         {1, 0, -1},
+         {1, 1, -e30}},
+        {"feedback sums in f32",
+         false,
+         {1},
+         {1, e30, -1},
+         {1, 1, -1},
+         {1, 1, 0}},
+        {"one section",
+         true,
+         {-1, 0.5, 1, 2, 1},
+         {},
+         {1, 0, 0, 0, 0},
+         {1, 3, 3.5f, 2, 0.25f}},
         {"no sections copies", true, {}, {}, {0.25f, -3, 7}, {0.25f, -3, 7}},
-        {"state kept in f64", true, {-1, 0, 1, 0, 0}, {}, {1, e30, -1}, {1, 1, e30}},
-        {"f32 between sections", true, {0, 0, 1, e30, 0, 0, 0, 1, -1, 0}, {}, {1, 1}, {1, 0}},
+        {"state kept in f64",
+         true,
+         {-1, 0, 1, 0, 0},
+         {},
+         {1, e30, -1},
+         {1, 1, e30}},
+        {"f32 between sections",
+         true,
+         {0, 0, 1, e30, 0, 0, 0, 1, -1, 0},
+         {},
+         {1, 1},
+         {1, 0}},
         // t = (v - a1 w1) - a2 w2 and y = (b1 w1 + b0 t) + b2 w2: another
         // grouping would lose the 2^-60 term to cancellation.
-        {"t grouping", true, {-1, -e60, 1, 0, 0}, {}, {1, 0, -1}, {1, 1, (float)e60}},
-        {"y grouping", true, {0, 0, 1, 1, e60}, {}, {1, 1, -1}, {1, 2, (float)e60}},
+        {"t grouping",
+         true,
+         {-1, -e60, 1, 0, 0},
+         {},
+         {1, 0, -1},
+         {1, 1, (float)e60}},
+        {"y grouping",
+         true,
+         {0, 0, 1, 1, e60},
+         {},
+         {1, 1, -1},
+         {1, 2, (float)e60}},
     };
     for (const auto &k : cases)
-        EXPECT_EQ(Bits(Filtered((k.sections ? Biquads(1, k.b) : Coefs(1, k.b, k.a)).get(), k.x)),
+        EXPECT_EQ(Bits(Filtered(
+                      (k.sections ? Biquads(1, k.b) : Coefs(1, k.b, k.a)).get(),
+                      k.x)),
                   Bits(k.y))
             << k.name;
 }
@@ -66,12 +118,15 @@ std::vector<float> InBlocks(_TOLV_FILTER *f, const std::vector<float> &x, int M)
 TEST(FilterRun, CascadeStreamAgainstSectionBySection)
 {
     for (auto [M, S] : {std::pair{1, 1}, {1, 8}, {3, 5}, {64, 8}}) {
-        const std::vector<float> u = UniformNoise(5 * S, 40 + S), x = UniformNoise(1000 * M, 8);
+        const std::vector<float> u = UniformNoise(5 * S, 40 + S),
+                                 x = UniformNoise(1000 * M, 8);
         std::vector<double> q;
         for (int s = 0; s < S; s++) {
-            const double r = 0.7 + 0.2 * u[5 * s], th = 1.6 + 1.5 * u[5 * s + 1];
-            q.insert(q.end(), {-2 * r * std::cos(th), r * r, (1 - r) * u[5 * s + 2],
-                               (1 - r) * u[5 * s + 3], (1 - r) * u[5 * s + 4]});
+            const double r = 0.7 + 0.2 * u[5 * s],
+                         th = 1.6 + 1.5 * u[5 * s + 1];
+            q.insert(q.end(),
+                     {-2 * r * std::cos(th), r * r, (1 - r) * u[5 * s + 2],
+                      (1 - r) * u[5 * s + 3], (1 - r) * u[5 * s + 4]});
         }
         const std::vector<float> y = InBlocks(Biquads(M, q).get(), x, M);
         for (int c = 0; c < M; c++) {
@@ -90,16 +145,20 @@ TEST(FilterRun, CascadeStreamAgainstSectionBySection)
                     w1 = w;
                 }
             }
-            ASSERT_EQ(Bits(got), Bits(v)) << M << " channels, " << S << " sections";
+            ASSERT_EQ(Bits(got), Bits(v))
+                << M << " channels, " << S << " sections";
         }
     }
 }
 
 // The walk, per form.
-const std::vector<double> kB = {0.2, -0.1, 0.3, 0.05}, kA = {1.5, -0.9, 0.4, -0.1};
-const std::vector<double> kQ = {-1.2, 0.81, 0.5, 0.3, 0.2, 0.3, 0.81, 1.1, -0.4, 0.7};
+const std::vector<double> kB = {0.2, -0.1, 0.3, 0.05},
+                          kA = {1.5, -0.9, 0.4, -0.1};
+const std::vector<double> kQ = {-1.2, 0.81, 0.5, 0.3,  0.2,
+                                0.3,  0.81, 1.1, -0.4, 0.7};
 using Maker = FilterPtr (*)(int M);
-const Maker kForms[] = {[](int M) { return Coefs(M, kB, kA); }, [](int M) { return Biquads(M, kQ); }};
+const Maker kForms[] = {[](int M) { return Coefs(M, kB, kA); },
+                        [](int M) { return Biquads(M, kQ); }};
 class Walk : public ::testing::TestWithParam<Maker> {};
 
 // Each channel of an interleaved block is filtered on its own, also by a
@@ -117,12 +176,15 @@ TEST_P(Walk, ChannelsStridesAndSharedBuffers)
     const std::vector<float> yl = Filtered(GetParam()(1).get(), left);
     const std::vector<float> yr = Filtered(GetParam()(1).get(), right);
     TOLV_Filter(GetParam()(2).get(), inPlace.data(), inPlace.data(), x.size());
-    EXPECT_EQ(TOLV_FilterEx(GetParam()(1).get(), strided.data(), strided.data(), x.size(), 1, 2), 1);
+    EXPECT_EQ(TOLV_FilterEx(GetParam()(1).get(), strided.data(), strided.data(),
+                            x.size(), 1, 2),
+              1);
     EXPECT_EQ(Bits(inPlace), Bits(y));
     EXPECT_EQ(Bits(InBlocks(GetParam()(2).get(), x, 2)), Bits(y));
     for (size_t n = 0; n < yl.size(); n++) {
         ASSERT_EQ(Bits({y[2 * n], y[2 * n + 1]}), Bits({yl[n], yr[n]}));
-        ASSERT_EQ(Bits({strided[2 * n], strided[2 * n + 1]}), Bits({x[2 * n], yr[n]}));
+        ASSERT_EQ(Bits({strided[2 * n], strided[2 * n + 1]}),
+                  Bits({x[2 * n], yr[n]}));
     }
     // With the output one element ahead, each frame reads what the one
     // before it wrote, as frame-at-a-time calls would.
@@ -153,20 +215,24 @@ TEST_P(Walk, OnlyWholeFramesFromStartAreTouched)
     for (const auto &k : calls) {
         FilterPtr f = GetParam()(M);
         std::vector<float> y(x.size(), -7.0f), expect = y;
-        EXPECT_EQ(TOLV_FilterEx(f.get(), x.data(), y.data(), k.count, k.start, M), 1);
+        EXPECT_EQ(
+            TOLV_FilterEx(f.get(), x.data(), y.data(), k.count, k.start, M), 1);
         // Starting late is a fresh filter on the later samples.
         const std::vector<float> tail(x.begin() + k.first, x.end());
         const std::vector<float> yt = Filtered(GetParam()(M).get(), tail);
-        std::copy(yt.begin(), yt.begin() + (k.end - k.first), expect.begin() + k.first);
+        std::copy(yt.begin(), yt.begin() + (k.end - k.first),
+                  expect.begin() + k.first);
         EXPECT_EQ(Bits(y), Bits(expect)) << k.count << " " << k.start;
         if (k.end == 0) {
-            EXPECT_EQ(Bits(Filtered(f.get(), x)), Bits(Filtered(GetParam()(M).get(), x)));
+            EXPECT_EQ(Bits(Filtered(f.get(), x)),
+                      Bits(Filtered(GetParam()(M).get(), x)));
         }
     }
     FilterPtr f = GetParam()(1);
     std::vector<float> buf(4, 1.0f);
     for (int i = 0; i < 3; i++) {
-        float *in = i == 1 ? nullptr : buf.data(), *out = i == 2 ? nullptr : buf.data();
+        float *in = i == 1 ? nullptr : buf.data(),
+              *out = i == 2 ? nullptr : buf.data();
         EXPECT_EQ(TOLV_Filter(i ? f.get() : nullptr, in, out, 4), 0);
         EXPECT_EQ(TOLV_FilterEx(i ? f.get() : nullptr, in, out, 4, 0, 1), 0);
     }
@@ -177,12 +243,14 @@ INSTANTIATE_TEST_SUITE_P(Filter, Walk, ::testing::ValuesIn(kForms));
 
 TEST(FilterMemories, ResetAndUpdate)
 {
-    const std::vector<float> x1 = UniformNoise(2 * 77, 22), x2 = UniformNoise(2 * 50, 24);
+    const std::vector<float> x1 = UniformNoise(2 * 77, 22),
+                             x2 = UniformNoise(2 * 50, 24);
     for (Maker make : kForms) {
         FilterPtr f = make(2);
         Filtered(f.get(), x1);
         EXPECT_EQ(TOLV_ResetFilter(f.get()), 1);
-        EXPECT_EQ(Bits(Filtered(f.get(), x2)), Bits(Filtered(make(2).get(), x2)));
+        EXPECT_EQ(Bits(Filtered(f.get(), x2)),
+                  Bits(Filtered(make(2).get(), x2)));
     }
     EXPECT_EQ(TOLV_ResetFilter(nullptr), 0);
     // New coefficients take over at the next frame on the old memory: a
@@ -207,18 +275,22 @@ TEST(FilterMemories, BiquadCountRefusals)
     EXPECT_EQ(TOLV_CreateFilterFromBiquads(1, 1, nullptr), nullptr);
     EXPECT_EQ(TOLV_UpdateFilterBiquads(f.get(), 2, nullptr), 0);
     EXPECT_EQ(TOLV_UpdateFilterBiquads(f.get(), 1, big.data()), 0);
-    EXPECT_EQ(TOLV_UpdateFilterBiquads(Coefs(1, kB, kA).get(), 0, big.data()), 0);
+    EXPECT_EQ(TOLV_UpdateFilterBiquads(Coefs(1, kB, kA).get(), 0, big.data()),
+              0);
     EXPECT_TRUE(log.texts.empty());
     EXPECT_EQ(TOLV_UpdateFilterBiquads(f.get(), 65537, big.data()), 0);
     EXPECT_EQ(TOLV_CreateFilterFromBiquads(1, 65537, big.data()), nullptr);
-    const std::string tooMany = "TOLV_CreateFilterFromBiquads: Too many biquads (65537)\n";
+    const std::string tooMany =
+        "TOLV_CreateFilterFromBiquads: Too many biquads (65537)\n";
     EXPECT_EQ(log.texts, std::vector<std::string>(2, tooMany));
-    const std::vector<float> x = UniformNoise(200, 25); // coefficients untouched
+    const std::vector<float> x =
+        UniformNoise(200, 25); // coefficients untouched
     EXPECT_EQ(Bits(Filtered(f.get(), x)), Bits(Filtered(twin.get(), x)));
     big[2] = 1;
     FilterPtr most = Own(TOLV_CreateFilterFromBiquads(1, 65536, big.data()));
     ASSERT_NE(most, nullptr);
-    EXPECT_TRUE(SOS(most)->allocatedSections == 65536 && SOS(most)->numSections == 65536);
+    EXPECT_TRUE(SOS(most)->allocatedSections == 65536 &&
+                SOS(most)->numSections == 65536);
     big[2] = 5; // the filter keeps its own records
     EXPECT_EQ(SOS(most)->sections[2], 1.0);
 }
@@ -241,17 +313,21 @@ TEST(FilterMemories, DirectFormCopies)
         std::vector<float> ring;
     } cases[] = {
         {1, 7, {100, -2, -3, -4, 0, 0, 0, 0}},
-        {2, 9, {100, 101, -3, -4, -5, -6, -7, -8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {2, 9, {100, 101, -3, -4, -5, -6, -7, -8, 0, 0,
+                0,   0,   0,  0,  0,  0,  0,  0,  0, 0}},
         {1, 3, {100, -2, -3, -4}},
     };
     for (const auto &k : cases) {
-        FilterPtr s = Coefs(k.M, {2}, {1}), d = Coefs(k.M, std::vector<double>(k.order + 1, 0.1), {1});
+        FilterPtr s = Coefs(k.M, {2}, {1}),
+                  d = Coefs(k.M, std::vector<double>(k.order + 1, 0.1), {1});
         for (int i = 0; i < k.M; i++)
             DF(s)->memory[i] = 100.0f + i;
         for (size_t i = 0; i < k.ring.size(); i++)
             DF(d)->memory[i] = -1.0f - i;
         EXPECT_EQ(TOLV_CopyFilterMemories(d.get(), s.get()), 1);
-        EXPECT_EQ(std::vector<float>(DF(d)->memory, DF(d)->memory + k.ring.size()), k.ring);
+        EXPECT_EQ(
+            std::vector<float>(DF(d)->memory, DF(d)->memory + k.ring.size()),
+            k.ring);
         EXPECT_EQ(DF(d)->head, k.order);
     }
     // A shorter destination takes the source's head of 5 over its order of
@@ -261,12 +337,14 @@ TEST(FilterMemories, DirectFormCopies)
     Filtered(longer.get(), {0, 0, 0});
     DF(longer)->memory[0] = 2;
     DF(longer)->memory[1] = 3;
-    FilterPtr shorter = Coefs(1, {0, 1, 10}, {1}), again = Coefs(1, {0, 1, 10}, {1});
+    FilterPtr shorter = Coefs(1, {0, 1, 10}, {1}),
+              again = Coefs(1, {0, 1, 10}, {1});
     EXPECT_EQ(TOLV_CopyFilterMemories(shorter.get(), longer.get()), 1);
     EXPECT_EQ(TOLV_CopyFilterMemories(again.get(), shorter.get()), 1);
     EXPECT_EQ(DF(again)->head, 5);
     for (const FilterPtr *g : {&shorter, &again})
-        EXPECT_EQ(Filtered(g->get(), {1, 2, 3, 4, 5, 6}), (std::vector<float>{32, 32, 32, 32, 24, 45}));
+        EXPECT_EQ(Filtered(g->get(), {1, 2, 3, 4, 5, 6}),
+                  (std::vector<float>{32, 32, 32, 32, 24, 45}));
 }
 
 TEST(FilterMemories, SectionCopies)
@@ -287,10 +365,22 @@ TEST(FilterMemories, SectionCopies)
         int srcHead, head;
     } cases[] = {
         {2, 1, 3, {100, 0, 0, 0, 0, -6}, {106, 0, 0, 0, 0, -24}, 1, 1},
-        {3, 1, 2, {100, 0, 101, -4, 102, -6}, {109, 0, 110, -22, 111, -24}, 2, 2},
+        {3,
+         1,
+         2,
+         {100, 0, 101, -4, 102, -6},
+         {109, 0, 110, -22, 111, -24},
+         2,
+         2},
         {2, 3, 1, {100, 103}, {118, 121}, 3, 3},
-        {2, 0, 2, {0, 0, 0, 0}, {0, 0, 0, 0}, 2, 0}, // no source sections: silence
-        {2, 2, 0, {}, {}, 2, 0},                     // no destination sections
+        {2,
+         0,
+         2,
+         {0, 0, 0, 0},
+         {0, 0, 0, 0},
+         2,
+         0},                     // no source sections: silence
+        {2, 2, 0, {}, {}, 2, 0}, // no destination sections
     };
     for (const auto &k : cases) {
         FilterPtr s = Biquads(k.M, std::vector<double>(5 * k.srcS, 0.0));
@@ -312,20 +402,26 @@ TEST(FilterMemories, SectionCopies)
 
 TEST(FilterMemories, CopyRefusals)
 {
-    FilterPtr dst = Biquads(2, kQ), typed = Biquads(2, kQ), direct = Coefs(2, kB, kA),
-              mono = Biquads(1, kQ);
+    FilterPtr dst = Biquads(2, kQ), typed = Biquads(2, kQ),
+              direct = Coefs(2, kB, kA), mono = Biquads(1, kQ);
     Filtered(dst.get(), UniformNoise(2 * 5, 30));
     const std::vector<double> before(SOS(dst)->memory, SOS(dst)->memory + 16);
     const int head = SOS(dst)->head;
     typed->filterType = 1; // as a designed highpass
     EXPECT_EQ(TOLV_CopyFilterMemories(nullptr, typed.get()), 0);
-    for (_TOLV_FILTER *src : {(_TOLV_FILTER *)nullptr, direct.get(), mono.get(), typed.get()})
+    for (_TOLV_FILTER *src :
+         {(_TOLV_FILTER *)nullptr, direct.get(), mono.get(), typed.get()})
         EXPECT_EQ(TOLV_CopyFilterMemories(dst.get(), src), 0);
-    EXPECT_EQ(std::vector<double>(SOS(dst)->memory, SOS(dst)->memory + 16), before);
+    EXPECT_EQ(std::vector<double>(SOS(dst)->memory, SOS(dst)->memory + 16),
+              before);
     EXPECT_EQ(SOS(dst)->head, head);
 }
 
-int NotAFilter(_TOLV_FILTER *, const float *, float *, uint32_t, uint32_t, uint32_t) { return 1; }
+int NotAFilter(_TOLV_FILTER *, const float *, float *, uint32_t, uint32_t,
+               uint32_t)
+{
+    return 1;
+}
 
 TEST(FilterMemories, DestroyMessages)
 {
@@ -342,8 +438,9 @@ TEST(FilterMemories, DestroyMessages)
     free(state->sections);
     free(state->memory);
     free(state);
-    EXPECT_EQ(log.texts, (std::vector<std::string>{"TOLV_DestroyFilter: Filter state is NULL!",
-                                                   "TOLV_DestroyFilter: Invalid filter type!"}));
+    EXPECT_EQ(log.texts, (std::vector<std::string>{
+                             "TOLV_DestroyFilter: Filter state is NULL!",
+                             "TOLV_DestroyFilter: Invalid filter type!"}));
 }
 
 // A negative channel count walks no channel: every object made with one can
@@ -351,9 +448,11 @@ TEST(FilterMemories, DestroyMessages)
 TEST(FilterMemories, NegativeChannelCountsOwnEmptyRings)
 {
     for (int channels : {-1, -7}) {
-        FilterPtr f[] = {Coefs(channels, kB, kA), Coefs(channels, {0.2, 0.4}, kA),
-                         Biquads(channels, kQ), Biquads(channels, {-1.2, 0.5, 0.1, 0.2, 0.1}),
-                         Own(TOLV_CreateFilter("order=4, fpass=0.25, nc=%d", channels))};
+        FilterPtr f[] = {
+            Coefs(channels, kB, kA), Coefs(channels, {0.2, 0.4}, kA),
+            Biquads(channels, kQ),
+            Biquads(channels, {-1.2, 0.5, 0.1, 0.2, 0.1}),
+            Own(TOLV_CreateFilter("order=4, fpass=0.25, nc=%d", channels))};
         for (FilterPtr &g : f)
             EXPECT_TRUE(g == nullptr || TOLV_ResetFilter(g.get()) == 1);
         for (int i = 0; i < 4; i++) {

@@ -32,8 +32,7 @@ struct Proc {
 struct AlignedFloats {
     explicit AlignedFloats(int n)
         : p(static_cast<float *>(fftwf_malloc((n + 1) * sizeof(float)))), n(n)
-    {
-    }
+    {}
     ~AlignedFloats() { fftwf_free(p); }
     float *p;
     int n;
@@ -45,7 +44,6 @@ std::vector<TOLV_COMPLEX> freqWindow(int m)
     TOLV_FMCLTFreqWindow(w.data(), m);
     return w;
 }
-
 
 struct Frame {
     std::vector<double> re, im;
@@ -71,7 +69,6 @@ Frame definitionDirect(const std::vector<float> &x, int m)
     return f;
 }
 
-
 TEST(FMCLTWindow, FirstBinIsMinusAnEighthTurn)
 {
     for (int m : {1, 4, 7, 1024}) {
@@ -80,7 +77,6 @@ TEST(FMCLTWindow, FirstBinIsMinusAnEighthTurn)
         EXPECT_EQ(w[0].im, -0.70710677f) << m;
     }
 }
-
 
 TEST(FMCLTWindow, NegativeSizeWritesNothing)
 {
@@ -100,8 +96,8 @@ void directOnce(const Proc &proc, const std::vector<TOLV_COMPLEX> &w,
     std::vector<float> next(x.begin() + m, x.end());
     re.assign(m, 0.0f);
     im.assign(m, 0.0f);
-    TOLV_FMCLTDirect(proc.p, re.data(), im.data(), next.data(),
-                     previous.data(), w.data());
+    TOLV_FMCLTDirect(proc.p, re.data(), im.data(), next.data(), previous.data(),
+                     w.data());
     EXPECT_EQ(previous, next) << "the state must advance to the new block";
 }
 
@@ -121,7 +117,6 @@ TEST(FMCLTDirect, EqualsTheWindowedModulatedSums)
         }
     }
 }
-
 
 // In-place transforms of FFTW made the way the processor makes them, so
 // that the single-precision steps around them can be replayed to the bit.
@@ -178,8 +173,10 @@ TEST(FMCLTPrecision, EveryStepRoundsWhereItShould)
             b[2 * k + 1] = w[k].re * ui + w[k].im * ur;
         }
         for (int k = 0; k < m; ++k) {
-            ASSERT_EQ(re[k], b[2 * k + 2] - b[2 * k + 1]) << "M=" << m << " k=" << k;
-            ASSERT_EQ(im[k], b[2 * k] + b[2 * k + 3]) << "M=" << m << " k=" << k;
+            ASSERT_EQ(re[k], b[2 * k + 2] - b[2 * k + 1])
+                << "M=" << m << " k=" << k;
+            ASSERT_EQ(im[k], b[2 * k] + b[2 * k + 3])
+                << "M=" << m << " k=" << k;
         }
 
         auto overlap = UniformNoise(m, 700 + m, amplitude);
@@ -196,8 +193,9 @@ TEST(FMCLTPrecision, EveryStepRoundsWhereItShould)
             b[2 * k + 2] = (wi * a + wr * c) * 0.25f * t;
             b[2 * k + 3] = (a * wr - wi * c) * 0.25f * t;
         }
-        b[2 * m] = static_cast<float>(static_cast<double>(re[m - 1] + im[m - 1]) *
-                                      -end) * t;
+        b[2 * m] = static_cast<float>(
+                       static_cast<double>(re[m - 1] + im[m - 1]) * -end) *
+                   t;
         b[2 * m + 1] = 0.0f;
         fftwf_execute(replay.inverse);
         for (int k = 0; k < m; ++k) {
@@ -254,9 +252,6 @@ TEST(FMCLTStream, ReconstructsOneBlockLateForMultiplesOfFour)
     }
 }
 
-
-
-
 TEST(FMCLTSine, MatchesTheTypeIVSineSumAndIsItsOwnInverse)
 {
     for (int m : {1, 2, 3, 5, 8, 17, 64, 256, 1000}) {
@@ -279,7 +274,6 @@ TEST(FMCLTSine, MatchesTheTypeIVSineSumAndIsItsOwnInverse)
     }
 }
 
-
 TEST(FMCLTBadInput, NullProcessorDoesNothing)
 {
     const int m = 4;
@@ -288,8 +282,8 @@ TEST(FMCLTBadInput, NullProcessorDoesNothing)
         previous(m, 2.0f), out(m, 7.0f), overlap(m, 3.0f);
     TOLV_FMCLTDirect(nullptr, re.data(), im.data(), next.data(),
                      previous.data(), w.data());
-    TOLV_FMCLTInverse(nullptr, re.data(), im.data(), out.data(),
-                      overlap.data(), w.data());
+    TOLV_FMCLTInverse(nullptr, re.data(), im.data(), out.data(), overlap.data(),
+                      w.data());
     AlignedFloats block(m);
     std::fill(block.p, block.p + m, 9.0f);
     TOLV_FMCLTCDTiv(nullptr, block.p);
@@ -307,7 +301,8 @@ TEST(FMCLTBadInput, SizesBelowOneAreInertAndMemorySafe)
     for (int m : {0, -1, -8}) {
         _TOLV_FMCLTPROC *proc = TOLV_FMCLTProcCreate(m);
         ASSERT_NE(proc, nullptr);
-        float re[2] = {7.0f, 7.0f}, im[2] = {7.0f, 7.0f}, data[2] = {1.0f, 1.0f};
+        float re[2] = {7.0f, 7.0f}, im[2] = {7.0f, 7.0f},
+              data[2] = {1.0f, 1.0f};
         float state[2] = {2.0f, 2.0f};
         TOLV_COMPLEX w[2] = {};
         TOLV_FMCLTDirect(proc, re, im, data, state, w);

@@ -29,7 +29,7 @@ void Capture(int level, int code, const char *text, void *)
 }
 
 class NoiseSup : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override
     {
         g_messages.clear();
@@ -76,8 +76,9 @@ int DelayError(const std::vector<int16_t> &in, const std::vector<int16_t> &out,
 
 TEST_F(NoiseSup, FrameLengthFollowsTheRate)
 {
-    const struct { int rate, frame; } table[] = {{8000, 80}, {16000, 160},
-                                                 {32000, 320}};
+    const struct {
+        int rate, frame;
+    } table[] = {{8000, 80}, {16000, 160}, {32000, 320}};
     for (const auto &row : table) {
         _TOLV_NOISESUP *ns = TOLV_CreateNoiseSupEx(row.rate, 2);
         ASSERT_NE(ns, nullptr) << row.rate;
@@ -98,7 +99,8 @@ TEST_F(NoiseSup, OtherRatesAreRefusedWithAMessage)
         ASSERT_EQ(g_messages.size(), 1u);
         EXPECT_EQ(g_messages[0].level, KEEL_LEVEL_ERROR);
         EXPECT_EQ(g_messages[0].code, -1);
-        EXPECT_EQ(g_messages[0].text, "TOLV_CreateNoiseSup: Invalid sample rate.");
+        EXPECT_EQ(g_messages[0].text,
+                  "TOLV_CreateNoiseSup: Invalid sample rate.");
     }
     EXPECT_EQ(KEELMEM_LiveDescriptorCount(), live);
 }
@@ -129,9 +131,11 @@ TEST_F(NoiseSup, NullPointersTouchNothing)
     for (int which = 0; which < 3; ++which) {
         _TOLV_NOISESUP *o = which == 0 ? nullptr : ns;
         EXPECT_EQ(TOLV_DoNoiseSup(o, which == 1 ? nullptr : f,
-                                  which == 2 ? nullptr : f), 0);
+                                  which == 2 ? nullptr : f),
+                  0);
         EXPECT_EQ(TOLV_DoNoiseSup16(o, which == 1 ? nullptr : s,
-                                    which == 2 ? nullptr : s), 0);
+                                    which == 2 ? nullptr : s),
+                  0);
     }
     TOLV_DestroyNoiseSup(ns);
 }
@@ -140,7 +144,8 @@ TEST_F(NoiseSup, NullPointersTouchNothing)
  * suppressing: over seconds of stationary noise, at every intensity, the
  * output stays the input delayed by the engine's overlap. */
 class DelayedCopy : public NoiseSup,
-                    public ::testing::WithParamInterface<std::tuple<int, int>> {};
+                    public ::testing::WithParamInterface<std::tuple<int, int>> {
+};
 
 TEST_P(DelayedCopy, OutputIsTheInputDelayed)
 {
@@ -166,7 +171,6 @@ INSTANTIATE_TEST_SUITE_P(RatesAndIntensities, DelayedCopy,
                          ::testing::Combine(::testing::Values(8000, 16000),
                                             ::testing::Values(0, 1, 2, 3)));
 
-
 TEST_F(NoiseSup, At32000TheOutputIsSilence)
 {
     _TOLV_NOISESUP *ns = TOLV_CreateNoiseSupEx(32000, 2);
@@ -177,7 +181,6 @@ TEST_F(NoiseSup, At32000TheOutputIsSilence)
         ASSERT_EQ(out[i], 0) << i;
     TOLV_DestroyNoiseSup(ns);
 }
-
 
 TEST_F(NoiseSup, BothFormsWorkInPlace)
 {
@@ -205,12 +208,24 @@ TEST_F(NoiseSup, BothFormsWorkInPlace)
 
 TEST(NoiseSupSaturation, ThresholdsAndTruncation)
 {
-    const struct { float x; int16_t expected; } table[] = {
-        {32767.5f, 32767},  {40000.0f, 32767},   {32767.0f, 32767},
-        {32766.9f, 32766},  {1.9f, 1},           {-1.9f, -1},
-        {0.0f, 0},          {-32677.9f, -32677}, {-32678.0f, -32678},
-        {-32678.5f, -32768}, {-32700.0f, -32768}, {-1e9f, -32768},
-        {NAN, 0},           {INFINITY, 32767},   {-INFINITY, -32768}};
+    const struct {
+        float x;
+        int16_t expected;
+    } table[] = {{32767.5f, 32767},
+                 {40000.0f, 32767},
+                 {32767.0f, 32767},
+                 {32766.9f, 32766},
+                 {1.9f, 1},
+                 {-1.9f, -1},
+                 {0.0f, 0},
+                 {-32677.9f, -32677},
+                 {-32678.0f, -32678},
+                 {-32678.5f, -32768},
+                 {-32700.0f, -32768},
+                 {-1e9f, -32768},
+                 {NAN, 0},
+                 {INFINITY, 32767},
+                 {-INFINITY, -32768}};
     for (const auto &row : table)
         EXPECT_EQ(_NsSaturate(row.x), row.expected) << row.x;
 }

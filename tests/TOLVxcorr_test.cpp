@@ -29,12 +29,13 @@ struct Message {
 
 void collect(int level, int code, const char *message, void *user)
 {
-    static_cast<std::vector<Message> *>(user)->push_back({level, code, message});
+    static_cast<std::vector<Message> *>(user)->push_back(
+        {level, code, message});
 }
 
 // Captures the base library's messages for the length of a test.
 class Messages : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { KEELDEBUG_SetMessageHandler(collect, &seen); }
     void TearDown() override { KEELDEBUG_SetMessageHandler(nullptr, nullptr); }
     std::vector<Message> seen;
@@ -96,11 +97,12 @@ TEST(XcorrLength, IsTwiceTheLongerInputLessOne)
 {
     const struct {
         int la, lb, expected;
-    } cases[] = {{100, 60, 199}, {60, 100, 199}, {3, 5, 9}, {1, 1, 1},
-                 {4096, 4096, 8191}, {1001, 7, 2001}};
+    } cases[] = {{100, 60, 199}, {60, 100, 199},     {3, 5, 9},
+                 {1, 1, 1},      {4096, 4096, 8191}, {1001, 7, 2001}};
     for (const auto &c : cases) {
         Xcorr x(c.la, c.lb);
-        EXPECT_EQ(TOLV_XcorrVectorLength(x.p), c.expected) << c.la << "," << c.lb;
+        EXPECT_EQ(TOLV_XcorrVectorLength(x.p), c.expected)
+            << c.la << "," << c.lb;
     }
     EXPECT_EQ(TOLV_XcorrVectorLength(nullptr), -1);
 }
@@ -127,8 +129,8 @@ TEST(XcorrPlain, MatchesTheDirectSumInDouble)
 {
     const struct {
         int la, lb;
-    } cases[] = {{100, 60}, {60, 100}, {3, 5}, {5, 3}, {1, 1}, {2, 1},
-                 {7, 7}, {1000, 999}, {4096, 4096}};
+    } cases[] = {{100, 60}, {60, 100}, {3, 5},      {5, 3},      {1, 1},
+                 {2, 1},    {7, 7},    {1000, 999}, {4096, 4096}};
     for (const auto &c : cases) {
         Xcorr x(c.la, c.lb);
         auto a = UniformNoise(c.la, c.la), b = UniformNoise(c.lb, 1000 + c.lb);
@@ -145,8 +147,6 @@ TEST(XcorrPlain, MatchesTheDirectSumInDouble)
     }
 }
 
-
-
 TEST(XcorrPlain, EveryCallStartsFromCleanBuffers)
 {
     // A second call must not see anything of the first: its result equals
@@ -154,7 +154,8 @@ TEST(XcorrPlain, EveryCallStartsFromCleanBuffers)
     for (bool phat : {false, true}) {
         for (auto [la, lb] : {std::pair{3, 5}, std::pair{100, 60}}) {
             Xcorr used(la, lb), fresh(la, lb);
-            run(used.p, UniformNoise(la, 1, 1000.0f), UniformNoise(lb, 2, 1000.0f), phat);
+            run(used.p, UniformNoise(la, 1, 1000.0f),
+                UniformNoise(lb, 2, 1000.0f), phat);
             const auto a = UniformNoise(la, 3), b = UniformNoise(lb, 4);
             const auto aCopy = a, bCopy = b;
             EXPECT_EQ(run(used.p, a, b, phat), run(fresh.p, a, b, phat))
@@ -182,8 +183,9 @@ std::vector<float> replay(const std::vector<float> &a,
     std::fill(time, time + n, 0.0f);
     std::copy(b.begin(), b.end(), time);
     TOLV_FFTProcExecute(fft, time, sb);
-    const float scale = phat ? 1.0f / static_cast<float>(n)
-                             : 1.0f / (static_cast<float>(m) * static_cast<float>(n));
+    const float scale =
+        phat ? 1.0f / static_cast<float>(n)
+             : 1.0f / (static_cast<float>(m) * static_cast<float>(n));
     for (int k = 0; k <= m; ++k) {
         const float re = sa[k].im * sb[k].im + sa[k].re * sb[k].re;
         const float im = sa[k].im * sb[k].re - sb[k].im * sa[k].re;
@@ -193,7 +195,8 @@ std::vector<float> replay(const std::vector<float> &a,
         }
         const double mag = std::sqrt(static_cast<double>(re * re + im * im));
         const double weight = mag > 0.0 ? scale / mag : 1.0;
-        sa[k] = {static_cast<float>(re * weight), static_cast<float>(im * weight)};
+        sa[k] = {static_cast<float>(re * weight),
+                 static_cast<float>(im * weight)};
     }
     TOLV_IFFTProcExecuteEx(ifft, sa, time, false);
     std::vector<float> r(time + m + 1, time + n);
@@ -213,7 +216,8 @@ TEST(XcorrPrecision, EveryStageRoundsWhereItShould)
     for (auto [la, lb] : {std::pair{100, 60}, std::pair{3, 5}, std::pair{1, 1},
                           std::pair{1000, 1000}, std::pair{4097, 4000}}) {
         Xcorr x(la, lb);
-        auto a = UniformNoise(la, 11 + la, 3.0f), b = UniformNoise(lb, 12 + lb, 0.01f);
+        auto a = UniformNoise(la, 11 + la, 3.0f),
+             b = UniformNoise(lb, 12 + lb, 0.01f);
         for (bool phat : {false, true})
             ASSERT_EQ(run(x.p, a, b, phat), replay(a, b, phat))
                 << la << "," << lb << " phat=" << phat;
@@ -225,9 +229,11 @@ TEST(XcorrDelay, PeakFallsAtMinusTheDelay)
     // The second vector is the first delayed by d: b[n] = a[n - d].
     for (int m : {1000, 1024}) {
         for (int kind = 0; kind < 2; ++kind) {
-            const auto source = kind == 0 ? UniformNoise(m + 300, 77) : chirpPlusNoise(m + 300, 78);
+            const auto source = kind == 0 ? UniformNoise(m + 300, 77)
+                                          : chirpPlusNoise(m + 300, 78);
             for (int d : {0, 1, 37, 250}) {
-                std::vector<float> a(source.begin() + d, source.begin() + d + m);
+                std::vector<float> a(source.begin() + d,
+                                     source.begin() + d + m);
                 std::vector<float> b(source.begin(), source.begin() + m);
                 Xcorr x(m, m);
                 for (bool phat : {false, true})
@@ -282,12 +288,15 @@ TEST(XcorrCoefficient, ItselfAndItsNegativeGiveOneAtLagZero)
         for (float &v : neg)
             v = -v;
         int lag = 99;
-        EXPECT_NEAR(TOLV_XcorrCoef(a.data(), m, a.data(), m, &lag), 1.0, 1e-6) << m;
+        EXPECT_NEAR(TOLV_XcorrCoef(a.data(), m, a.data(), m, &lag), 1.0, 1e-6)
+            << m;
         EXPECT_EQ(lag, 0);
         lag = 99;
-        EXPECT_NEAR(TOLV_XcorrCoef(a.data(), m, neg.data(), m, &lag), 1.0, 1e-6) << m;
+        EXPECT_NEAR(TOLV_XcorrCoef(a.data(), m, neg.data(), m, &lag), 1.0, 1e-6)
+            << m;
         EXPECT_EQ(lag, 0);
-        EXPECT_NEAR(TOLV_XcorrCoef(a.data(), m, neg.data(), m, nullptr), 1.0, 1e-6);
+        EXPECT_NEAR(TOLV_XcorrCoef(a.data(), m, neg.data(), m, nullptr), 1.0,
+                    1e-6);
     }
 }
 
@@ -309,12 +318,13 @@ TEST(XcorrCoefficient, LagOfADelayedCopy)
     }
 }
 
-
 TEST(XcorrCoefficient, SilenceDividesZeroByZero)
 {
     std::vector<float> zero(32, 0.0f), a = UniformNoise(32, 3);
-    EXPECT_TRUE(std::isnan(TOLV_XcorrCoef(zero.data(), 32, zero.data(), 32, nullptr)));
-    EXPECT_TRUE(std::isnan(TOLV_XcorrCoef(a.data(), 32, zero.data(), 32, nullptr)));
+    EXPECT_TRUE(
+        std::isnan(TOLV_XcorrCoef(zero.data(), 32, zero.data(), 32, nullptr)));
+    EXPECT_TRUE(
+        std::isnan(TOLV_XcorrCoef(a.data(), 32, zero.data(), 32, nullptr)));
 }
 
 using XcorrMessages = Messages;
@@ -342,7 +352,6 @@ TEST_F(XcorrMessages, NullVectorsGiveMinusOneAndLeaveTheLag)
     EXPECT_EQ(KEELMEM_LiveDescriptorCount(), before);
 }
 
-
 TEST_F(XcorrMessages, RefusedSpectraAreReportedAndTheObjectStillServes)
 {
     // Negative lengths leave no room for the spectra; the constructor says
@@ -352,7 +361,8 @@ TEST_F(XcorrMessages, RefusedSpectraAreReportedAndTheObjectStillServes)
     ASSERT_EQ(seen.size(), 1u);
     EXPECT_EQ(seen[0].level, KEEL_LEVEL_ERROR);
     EXPECT_EQ(seen[0].code, -1);
-    EXPECT_EQ(seen[0].text, "TOLVXcorrProcCreate: Erro na alocacao dos vetores!\n");
+    EXPECT_EQ(seen[0].text,
+              "TOLVXcorrProcCreate: Erro na alocacao dos vetores!\n");
     EXPECT_EQ(TOLV_XcorrVectorLength(p), -7);
     float r[1] = {4.0f};
     EXPECT_EQ(TOLV_XcorrProcExecute(p, r, r, r), -7);

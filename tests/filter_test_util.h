@@ -20,18 +20,30 @@
 using tolv_test::UniformNoise;
 using FilterPtr = std::unique_ptr<_TOLV_FILTER, int (*)(_TOLV_FILTER *)>;
 
-inline FilterPtr Own(_TOLV_FILTER *f) { return FilterPtr(f, TOLV_DestroyFilter); }
-inline FilterPtr Coefs(int M, const std::vector<double> &b, const std::vector<double> &a)
+inline FilterPtr Own(_TOLV_FILTER *f)
 {
-    return Own(TOLV_CreateFilterFromCoefs(M, b.size(), b.data(), a.size(), a.data()));
+    return FilterPtr(f, TOLV_DestroyFilter);
+}
+inline FilterPtr Coefs(int M, const std::vector<double> &b,
+                       const std::vector<double> &a)
+{
+    return Own(
+        TOLV_CreateFilterFromCoefs(M, b.size(), b.data(), a.size(), a.data()));
 }
 inline FilterPtr Biquads(int M, const std::vector<double> &q)
 {
     static const double none[1] = {0};
-    return Own(TOLV_CreateFilterFromBiquads(M, q.size() / 5, q.empty() ? none : q.data()));
+    return Own(TOLV_CreateFilterFromBiquads(M, q.size() / 5,
+                                            q.empty() ? none : q.data()));
 }
-inline _DFIIstate *DF(const FilterPtr &f) { return (_DFIIstate *)f->stateData; }
-inline _DFIISOSstate *SOS(const FilterPtr &f) { return (_DFIISOSstate *)f->stateData; }
+inline _DFIIstate *DF(const FilterPtr &f)
+{
+    return (_DFIIstate *)f->stateData;
+}
+inline _DFIISOSstate *SOS(const FilterPtr &f)
+{
+    return (_DFIISOSstate *)f->stateData;
+}
 
 inline std::vector<float> Filtered(_TOLV_FILTER *f, const std::vector<float> &x)
 {
@@ -85,7 +97,8 @@ inline bool IsAllOnes(const _ROOT &r)
 
 // gain prod(x - zero) / prod(x - pole) over the N roots of the packed lists,
 // zeros at infinity left out.
-inline std::complex<double> RootResponse(const RootLists &r, std::complex<double> x, int N = 0)
+inline std::complex<double> RootResponse(const RootLists &r,
+                                         std::complex<double> x, int N = 0)
 {
     std::complex<double> h = r.gain;
     for (int list = 0; list < 2; list++)
@@ -103,11 +116,15 @@ inline std::complex<double> RootResponse(const RootLists &r, std::complex<double
     return h;
 }
 
-inline double Db(double magnitude) { return 20.0 * std::log10(magnitude); }
+inline double Db(double magnitude)
+{
+    return 20.0 * std::log10(magnitude);
+}
 
 // Magnitude of a running one-channel filter at angles w, from an impulse
 // response long enough for the filter to have died out.
-inline std::vector<double> MeasuredMagnitude(_TOLV_FILTER *f, const std::vector<double> &w,
+inline std::vector<double> MeasuredMagnitude(_TOLV_FILTER *f,
+                                             const std::vector<double> &w,
                                              size_t length = 1 << 15)
 {
     std::vector<float> x(length, 0.0f);

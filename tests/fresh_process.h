@@ -16,28 +16,28 @@
 #include <string>
 #include <unistd.h>
 
-#define FRESH_CHECK(cond)                                                     \
-    do {                                                                      \
-        if (!(cond)) {                                                        \
-            fprintf(stderr, "FRESH_CHECK failed: %s (%s:%d)\n", #cond,        \
-                    __FILE__, __LINE__);                                      \
-            fflush(stderr);                                                   \
-            _exit(1);                                                         \
-        }                                                                     \
+#define FRESH_CHECK(cond)                                                      \
+    do {                                                                       \
+        if (!(cond)) {                                                         \
+            fprintf(stderr, "FRESH_CHECK failed: %s (%s:%d)\n", #cond,         \
+                    __FILE__, __LINE__);                                       \
+            fflush(stderr);                                                    \
+            _exit(1);                                                          \
+        }                                                                      \
     } while (0)
 
 /* Runs `body` in a fresh process; the test fails unless it exits with 0. */
-#define RUN_IN_FRESH_PROCESS(...)                                             \
-    do {                                                                      \
-        GTEST_FLAG_SET(death_test_style, "threadsafe");                       \
-        auto fresh_body_ = [&]() { __VA_ARGS__; };                            \
-        EXPECT_EXIT(                                                          \
-            {                                                                 \
-                fresh_body_();                                                \
-                fflush(nullptr);                                              \
-                _exit(0);                                                     \
-            },                                                                \
-            ::testing::ExitedWithCode(0), "");                                \
+#define RUN_IN_FRESH_PROCESS(...)                                              \
+    do {                                                                       \
+        GTEST_FLAG_SET(death_test_style, "threadsafe");                        \
+        auto fresh_body_ = [&]() { __VA_ARGS__; };                             \
+        EXPECT_EXIT(                                                           \
+            {                                                                  \
+                fresh_body_();                                                 \
+                fflush(nullptr);                                               \
+                _exit(0);                                                      \
+            },                                                                 \
+            ::testing::ExitedWithCode(0), "");                                 \
     } while (0)
 
 /* A new empty folder under the test's scratch area. */

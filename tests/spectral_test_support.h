@@ -52,7 +52,9 @@ struct Messages {
     ~Messages() { KEELDEBUG_SetMessageHandler(nullptr, nullptr); }
     static void Collect(int level, int code, const char *text, void *self)
     {
-        ((Messages *)self)->lines.push_back(std::to_string(level) + " " + std::to_string(code) + " " + text);
+        ((Messages *)self)
+            ->lines.push_back(std::to_string(level) + " " +
+                              std::to_string(code) + " " + text);
     }
     std::vector<std::string> lines;
 };

@@ -100,8 +100,8 @@ KEEL_API int KEELIO_CloseFile(KEEL_FILE file);
  * KEELMEM_DisplayMemDescr can report one. */
 /* Size hint and flags change nothing. A descriptor is used by one thread
  * at a time; the registry of live descriptors is thread-safe. */
-KEEL_API KEEL_MEMDESCR KEELMEM_CreateMemDescrEx(const char *name,
-                                                int sizeHint, int flags);
+KEEL_API KEEL_MEMDESCR KEELMEM_CreateMemDescrEx(const char *name, int sizeHint,
+                                                int flags);
 /* Cleared memory, 16-byte aligned; a request of 0 bytes gets its own
  * address. NULL for a null descriptor. flags is ignored. */
 KEEL_API void *KEELMEM_NewEx(KEEL_MEMDESCR mem, uint32_t bytes, int flags);
@@ -135,8 +135,12 @@ KEEL_API int KEELMEM_LiveDescriptorCount(void);
  * with a line feed added when the text lacks one. All four return; none
  * ends the process. SetMessageHandler(NULL, ...) restores stderr; the swap
  * is thread-safe and the handler is called without any lock held. */
-enum { KEEL_LEVEL_LOG = 0, KEEL_LEVEL_WARNING = 1, KEEL_LEVEL_ERROR = 2,
-       KEEL_LEVEL_TERMINAL = 3 };
+enum {
+    KEEL_LEVEL_LOG = 0,
+    KEEL_LEVEL_WARNING = 1,
+    KEEL_LEVEL_ERROR = 2,
+    KEEL_LEVEL_TERMINAL = 3
+};
 typedef void (*KEELDEBUG_Handler)(int level, int code, const char *message,
                                   void *user);
 KEEL_API void KEELDEBUG_SetMessageHandler(KEELDEBUG_Handler handler,
@@ -251,8 +255,8 @@ KEEL_API int KEELSTRING_GetMatrixSizeFromString(const char *config,
  * for a malformed list. Returns the number of doubles written. */
 KEEL_API int KEELSTRING_GetDoubleMatrixValuesFromString(const char *config,
                                                         const char *key,
-                                                        double *dest,
-                                                        int rows, int columns);
+                                                        double *dest, int rows,
+                                                        int columns);
 
 /* ---- Threads, sleep, mutexes -------------------------------------------- */
 typedef int (*KEELTHREAD_Function)(void *argument);
@@ -298,8 +302,7 @@ KEEL_API float FVectorAbsMax(const float *vector, int count);
  * search starts from 0 at index 0 and moves only on a strictly greater
  * magnitude: NaN samples are never taken, and an all-zero or all-NaN
  * vector gives index 0 with magnitude 0. */
-KEEL_API int FVectorArgAbsMax(const float *vector, int count,
-                              float *maxValue);
+KEEL_API int FVectorArgAbsMax(const float *vector, int count, float *maxValue);
 
 /* ---- Block filter ------------------------------------------------------- *
  * y[n] = b[0] x[n] + ... + b[c-1] x[n-c+1] - a[1] y[n-1] - ... - a[c-1] y[n-c+1]

@@ -12,30 +12,32 @@
 extern "C" {
 
 KEEL_API void KEELUTILS_ConvertIEEEFloatToWord16(const float *src,
-                                                 int16_t *dest, int count) {
-  if (src == nullptr || dest == nullptr)
-    return;
-  for (int i = 0; i < count; ++i) {
-    const double scaled = static_cast<double>(src[i]) * 32768.0;
-    int16_t sample;
-    if (std::isnan(scaled))
-      sample = 0;
-    else if (scaled >= 32767.0)
-      sample = 32767;
-    else if (scaled <= -32768.0)
-      sample = -32768;
-    else
-      sample = static_cast<int16_t>(std::nearbyint(scaled));
-    dest[i] = sample;
-  }
+                                                 int16_t *dest, int count)
+{
+    if (src == nullptr || dest == nullptr)
+        return;
+    for (int i = 0; i < count; ++i) {
+        const double scaled = static_cast<double>(src[i]) * 32768.0;
+        int16_t sample;
+        if (std::isnan(scaled))
+            sample = 0;
+        else if (scaled >= 32767.0)
+            sample = 32767;
+        else if (scaled <= -32768.0)
+            sample = -32768;
+        else
+            sample = static_cast<int16_t>(std::nearbyint(scaled));
+        dest[i] = sample;
+    }
 }
 
 KEEL_API void KEELUTILS_ConvertWord16ToIEEEFloat(const int16_t *src,
-                                                 float *dest, int count) {
-  if (src == nullptr || dest == nullptr)
-    return;
-  for (int i = 0; i < count; ++i)
-    dest[i] = static_cast<float>(src[i]) / 32768.0f;
+                                                 float *dest, int count)
+{
+    if (src == nullptr || dest == nullptr)
+        return;
+    for (int i = 0; i < count; ++i)
+        dest[i] = static_cast<float>(src[i]) / 32768.0f;
 }
 
 } // extern "C"

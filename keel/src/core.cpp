@@ -13,18 +13,20 @@ std::atomic<int> startCount{0};
 
 extern "C" {
 
-KEEL_API int KEELCORE_Initialize(void) {
-  startCount.fetch_add(1);
-  return 1;
+KEEL_API int KEELCORE_Initialize(void)
+{
+    startCount.fetch_add(1);
+    return 1;
 }
 
-KEEL_API int KEELCORE_Finalize(void) {
-  int count = startCount.load();
-  while (count > 0) {
-    if (startCount.compare_exchange_weak(count, count - 1))
-      return 1;
-  }
-  return 0;
+KEEL_API int KEELCORE_Finalize(void)
+{
+    int count = startCount.load();
+    while (count > 0) {
+        if (startCount.compare_exchange_weak(count, count - 1))
+            return 1;
+    }
+    return 0;
 }
 
 } // extern "C"

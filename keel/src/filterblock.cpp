@@ -15,42 +15,43 @@
 
 namespace {
 
-constexpr int kChunk = 256;        // samples per pass over the windows
-constexpr int kStackPast = 64;     // longer filters keep their windows on the heap
+constexpr int kChunk = 256;    // samples per pass over the windows
+constexpr int kStackPast = 64; // longer filters keep their windows on the heap
 
 // The history is laid out in time order in two windows, `past` old samples
 // followed by the current chunk, so no sample shifts the delay lines; the
 // windows slide once per chunk.
 void filterWindowed(const double *a, const double *b, int past, double *memA,
                     double *memB, const float *input, double *output,
-                    int samples, double *xs, double *ys) {
-  for (int k = 1; k <= past; ++k) {
-    xs[past - k] = memA[k - 1];
-    ys[past - k] = memB[k - 1];
-  }
-  for (int start = 0; start < samples; start += kChunk) {
-    const int count = samples - start < kChunk ? samples - start : kChunk;
-    for (int j = 0; j < count; ++j) {
-      const int p = past + j;
-      const double x = input[start + j];
-      xs[p] = x;
-      double acc = b[0] * x;
-      for (int k = 1; k <= past; ++k)
-        acc += b[k] * xs[p - k];
-      for (int k = 1; k <= past; ++k)
-        acc -= a[k] * ys[p - k];
-      ys[p] = acc;
-      output[start + j] = acc;
+                    int samples, double *xs, double *ys)
+{
+    for (int k = 1; k <= past; ++k) {
+        xs[past - k] = memA[k - 1];
+        ys[past - k] = memB[k - 1];
     }
-    for (int i = 0; i < past; ++i) {
-      xs[i] = xs[count + i];
-      ys[i] = ys[count + i];
+    for (int start = 0; start < samples; start += kChunk) {
+        const int count = samples - start < kChunk ? samples - start : kChunk;
+        for (int j = 0; j < count; ++j) {
+            const int p = past + j;
+            const double x = input[start + j];
+            xs[p] = x;
+            double acc = b[0] * x;
+            for (int k = 1; k <= past; ++k)
+                acc += b[k] * xs[p - k];
+            for (int k = 1; k <= past; ++k)
+                acc -= a[k] * ys[p - k];
+            ys[p] = acc;
+            output[start + j] = acc;
+        }
+        for (int i = 0; i < past; ++i) {
+            xs[i] = xs[count + i];
+            ys[i] = ys[count + i];
+        }
     }
-  }
-  for (int k = 1; k <= past; ++k) {
-    memA[k - 1] = xs[past - k];
-    memB[k - 1] = ys[past - k];
-  }
+    for (int k = 1; k <= past; ++k) {
+        memA[k - 1] = xs[past - k];
+        memB[k - 1] = ys[past - k];
+    }
 }
 
 } // namespace
@@ -61,24 +62,25 @@ extern "C" {
  * null pointer or a count below 1. */
 KEEL_API int FilterBlockFloat(const double *a, const double *b, int count,
                               double *memA, double *memB, const float *input,
-                              double *output, int samples) {
-  if (a == nullptr || b == nullptr || memA == nullptr || memB == nullptr ||
-      count < 1)
-    return 0;
-  if (samples <= 0)
+                              double *output, int samples)
+{
+    if (a == nullptr || b == nullptr || memA == nullptr || memB == nullptr ||
+        count < 1)
+        return 0;
+    if (samples <= 0)
+        return 1;
+    if (input == nullptr || output == nullptr)
+        return 0;
+    const int past = count - 1;
+    if (past <= kStackPast) {
+        double xs[kStackPast + kChunk], ys[kStackPast + kChunk];
+        filterWindowed(a, b, past, memA, memB, input, output, samples, xs, ys);
+    } else {
+        std::vector<double> xs(past + kChunk), ys(past + kChunk);
+        filterWindowed(a, b, past, memA, memB, input, output, samples,
+                       xs.data(), ys.data());
+    }
     return 1;
-  if (input == nullptr || output == nullptr)
-    return 0;
-  const int past = count - 1;
-  if (past <= kStackPast) {
-    double xs[kStackPast + kChunk], ys[kStackPast + kChunk];
-    filterWindowed(a, b, past, memA, memB, input, output, samples, xs, ys);
-  } else {
-    std::vector<double> xs(past + kChunk), ys(past + kChunk);
-    filterWindowed(a, b, past, memA, memB, input, output, samples, xs.data(),
-                   ys.data());
-  }
-  return 1;
 }
 
 } // extern "C"

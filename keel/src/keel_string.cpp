@@ -23,22 +23,27 @@ namespace {
 
 /* The text of a bare or quoted value: what the number and boolean parsers
  * read. A bracketed or malformed value is no scalar. */
-bool FindScalar(const char *config, const char *key, Span *text) {
+bool FindScalar(const char *config, const char *key, Span *text)
+{
     Span value;
-    if (!FindValue(config, key, &value)) return false;
+    if (!FindValue(config, key, &value))
+        return false;
     const Value v = Classify(value);
-    if (v.kind != ValueKind::Bare && v.kind != ValueKind::Quoted) return false;
+    if (v.kind != ValueKind::Bare && v.kind != ValueKind::Quoted)
+        return false;
     *text = v.text;
     return true;
 }
 
 /* The body and shape of a well-formed bracketed list of numbers. */
-bool FindList(const char *config, const char *key, Span *body,
-              Shape *shape) {
+bool FindList(const char *config, const char *key, Span *body, Shape *shape)
+{
     Span value;
-    if (!FindValue(config, key, &value)) return false;
+    if (!FindValue(config, key, &value))
+        return false;
     const Value v = Classify(value);
-    if (v.kind != ValueKind::Bracketed) return false;
+    if (v.kind != ValueKind::Bracketed)
+        return false;
     *body = v.text;
     return keel::text::ReadNumericList(v.text, shape, nullptr, 0);
 }
@@ -46,8 +51,9 @@ bool FindList(const char *config, const char *key, Span *body,
 /* Stores the first capacity elements of the list of key, row after row, when
  * the list is well formed (and has at most one row if vectorOnly). Returns
  * the number of doubles written. */
-int FillList(const char *config, const char *key, bool vectorOnly,
-             double *dest, int64_t capacity) {
+int FillList(const char *config, const char *key, bool vectorOnly, double *dest,
+             int64_t capacity)
+{
     Span body;
     Shape shape;
     if (dest == nullptr || capacity <= 0 ||
@@ -60,16 +66,21 @@ int FillList(const char *config, const char *key, bool vectorOnly,
     return static_cast<int>(std::min<int64_t>(written, INT32_MAX));
 }
 
-Span TrimLines(Span s) {
+Span TrimLines(Span s)
+{
     auto blank = [](char c) { return keel::text::IsBlank(c) || c == '\n'; };
-    while (s.begin < s.end && blank(s.begin[0])) ++s.begin;
-    while (s.end > s.begin && blank(s.end[-1])) --s.end;
+    while (s.begin < s.end && blank(s.begin[0]))
+        ++s.begin;
+    while (s.end > s.begin && blank(s.end[-1]))
+        --s.end;
     return s;
 }
 
 /* Copies as much of text as fits and always ends with a zero byte. */
-void CopyBounded(Span text, char *dest, size_t destSize) {
-    if (dest == nullptr || destSize == 0) return;
+void CopyBounded(Span text, char *dest, size_t destSize)
+{
+    if (dest == nullptr || destSize == 0)
+        return;
     const size_t n = std::min(text.size(), destSize - 1);
     std::memmove(dest, text.begin, n);
     dest[n] = '\0';
@@ -80,30 +91,39 @@ void CopyBounded(Span text, char *dest, size_t destSize) {
 extern "C" {
 
 KEEL_API int KEELSTRING_CompareInsensitiveN(const char *a, const char *b,
-                                            uint64_t count) {
-    const unsigned char *x = reinterpret_cast<const unsigned char *>(a ? a : "");
-    const unsigned char *y = reinterpret_cast<const unsigned char *>(b ? b : "");
+                                            uint64_t count)
+{
+    const unsigned char *x =
+        reinterpret_cast<const unsigned char *>(a ? a : "");
+    const unsigned char *y =
+        reinterpret_cast<const unsigned char *>(b ? b : "");
     for (uint64_t i = 0; i < count; ++i) {
         const int cx = static_cast<unsigned char>(
             keel::text::FoldCase(static_cast<char>(x[i])));
         const int cy = static_cast<unsigned char>(
             keel::text::FoldCase(static_cast<char>(y[i])));
-        if (cx != cy) return cx - cy;
-        if (cx == 0) break;
+        if (cx != cy)
+            return cx - cy;
+        if (cx == 0)
+            break;
     }
     return 0;
 }
 
-KEEL_API char *KEELSTRING_Strlwr(char *text, int /*flags*/) {
-    if (text == nullptr) return nullptr;
-    for (char *p = text; *p != '\0'; ++p) *p = keel::text::FoldCase(*p);
+KEEL_API char *KEELSTRING_Strlwr(char *text, int /*flags*/)
+{
+    if (text == nullptr)
+        return nullptr;
+    for (char *p = text; *p != '\0'; ++p)
+        *p = keel::text::FoldCase(*p);
     return text;
 }
 
 KEEL_API int KEELSTRING_GetStringValueFromString(const char *config,
                                                  const char *key,
                                                  const char *defaultValue,
-                                                 char *dest, size_t destSize) {
+                                                 char *dest, size_t destSize)
+{
     Span value;
     if (FindValue(config, key, &value)) {
         const Value v = Classify(value);
@@ -122,7 +142,8 @@ KEEL_API int KEELSTRING_GetStringValueFromString(const char *config,
 
 KEEL_API int KEELSTRING_GetIntegerValueFromString(const char *config,
                                                   const char *key,
-                                                  int defaultValue) {
+                                                  int defaultValue)
+{
     Span text;
     double number;
     if (!FindScalar(config, key, &text) ||
@@ -136,7 +157,8 @@ KEEL_API int KEELSTRING_GetIntegerValueFromString(const char *config,
 
 KEEL_API bool KEELSTRING_GetBooleanValueFromString(const char *config,
                                                    const char *key,
-                                                   bool defaultValue) {
+                                                   bool defaultValue)
+{
     static const struct {
         const char *word;
         bool value;
@@ -144,16 +166,19 @@ KEEL_API bool KEELSTRING_GetBooleanValueFromString(const char *config,
                   {"no", false},  {"on", true},     {"off", false},
                   {"1", true},    {"0", false}};
     Span text;
-    if (!FindScalar(config, key, &text)) return defaultValue;
+    if (!FindScalar(config, key, &text))
+        return defaultValue;
     for (const auto &w : kWords) {
-        if (keel::text::EqualsInsensitive(text, w.word)) return w.value;
+        if (keel::text::EqualsInsensitive(text, w.word))
+            return w.value;
     }
     return defaultValue;
 }
 
 KEEL_API float KEELSTRING_GetFloatValueFromString(const char *config,
                                                   const char *key,
-                                                  float defaultValue) {
+                                                  float defaultValue)
+{
     Span text;
     float number;
     if (!FindScalar(config, key, &text) ||
@@ -164,28 +189,32 @@ KEEL_API float KEELSTRING_GetFloatValueFromString(const char *config,
 }
 
 KEEL_API int KEELSTRING_GetVectorSizeFromString(const char *config,
-                                                const char *key, int *count) {
+                                                const char *key, int *count)
+{
     Span body;
     Shape shape;
     const bool vector = FindList(config, key, &body, &shape) && shape.rows <= 1;
-    if (count != nullptr) *count = vector ? static_cast<int>(shape.columns) : 0;
+    if (count != nullptr)
+        *count = vector ? static_cast<int>(shape.columns) : 0;
     return vector ? 1 : 0;
 }
 
 KEEL_API int KEELSTRING_GetDoubleVectorValuesFromString(const char *config,
                                                         const char *key,
-                                                        double *dest,
-                                                        int count) {
+                                                        double *dest, int count)
+{
     return FillList(config, key, true, dest, count);
 }
 
 KEEL_API int KEELSTRING_GetMatrixSizeFromString(const char *config,
                                                 const char *key, int *rows,
-                                                int *columns) {
+                                                int *columns)
+{
     Span body;
     Shape shape;
     const bool matrix = FindList(config, key, &body, &shape);
-    if (rows != nullptr) *rows = matrix ? static_cast<int>(shape.rows) : 0;
+    if (rows != nullptr)
+        *rows = matrix ? static_cast<int>(shape.rows) : 0;
     if (columns != nullptr) {
         *columns = matrix ? static_cast<int>(shape.columns) : 0;
     }
@@ -194,9 +223,11 @@ KEEL_API int KEELSTRING_GetMatrixSizeFromString(const char *config,
 
 KEEL_API int KEELSTRING_GetDoubleMatrixValuesFromString(const char *config,
                                                         const char *key,
-                                                        double *dest,
-                                                        int rows, int columns) {
-    if (rows <= 0 || columns <= 0) return 0;
+                                                        double *dest, int rows,
+                                                        int columns)
+{
+    if (rows <= 0 || columns <= 0)
+        return 0;
     return FillList(config, key, false, dest,
                     static_cast<int64_t>(rows) * columns);
 }

@@ -20,23 +20,36 @@ namespace text {
 
 namespace {
 
-bool IsSeparator(char c) { return c == ',' || c == ';' || c == '\n'; }
+bool IsSeparator(char c)
+{
+    return c == ',' || c == ';' || c == '\n';
+}
 
-bool IsQuote(char c) { return c == '\'' || c == '"'; }
+bool IsQuote(char c)
+{
+    return c == '\'' || c == '"';
+}
 
 /* Inside brackets a line feed is one more blank, so that a matrix may be
  * written one row per line. */
-bool IsListBlank(char c) { return IsBlank(c) || c == '\n'; }
+bool IsListBlank(char c)
+{
+    return IsBlank(c) || c == '\n';
+}
 
 /* Any byte that strtod would skip in front of a number. */
-bool IsCSpace(char c) {
+bool IsCSpace(char c)
+{
     return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' ||
            c == '\r';
 }
 
-Span Trim(Span s) {
-    while (s.begin < s.end && IsBlank(s.begin[0])) ++s.begin;
-    while (s.end > s.begin && IsBlank(s.end[-1])) --s.end;
+Span Trim(Span s)
+{
+    while (s.begin < s.end && IsBlank(s.begin[0]))
+        ++s.begin;
+    while (s.end > s.begin && IsBlank(s.end[-1]))
+        --s.end;
     return s;
 }
 
@@ -44,12 +57,16 @@ Span Trim(Span s) {
  * bracket depth 0, or the terminating zero. A quote that opens the value
  * protects everything up to its twin; an unclosed quote or bracket runs to
  * the end of the text. A stray ']' at depth 0 is an ordinary byte. */
-const char *SkipValue(const char *p) {
-    while (IsBlank(*p)) ++p;
+const char *SkipValue(const char *p)
+{
+    while (IsBlank(*p))
+        ++p;
     if (IsQuote(*p)) {
         const char quote = *p++;
-        while (*p != '\0' && *p != quote) ++p;
-        if (*p == '\0') return p;
+        while (*p != '\0' && *p != quote)
+            ++p;
+        if (*p == '\0')
+            return p;
         ++p;
     }
     size_t depth = 0;
@@ -57,7 +74,8 @@ const char *SkipValue(const char *p) {
         if (*p == '[') {
             ++depth;
         } else if (*p == ']') {
-            if (depth > 0) --depth;
+            if (depth > 0)
+                --depth;
         } else if (depth == 0 && IsSeparator(*p)) {
             break;
         }
@@ -67,16 +85,19 @@ const char *SkipValue(const char *p) {
 
 /* The "C" numeric locale, made once and shared read-only by all threads:
  * a decimal point is '.' whatever the host has set with setlocale. */
-locale_t CLocale() {
+locale_t CLocale()
+{
     static const locale_t locale =
         newlocale(LC_NUMERIC_MASK, "C", static_cast<locale_t>(nullptr));
     return locale;
 }
 
-double StrToNumber(const char *s, char **end, double *) {
+double StrToNumber(const char *s, char **end, double *)
+{
     return strtod_l(s, end, CLocale());
 }
-float StrToNumber(const char *s, char **end, float *) {
+float StrToNumber(const char *s, char **end, float *)
+{
     return strtof_l(s, end, CLocale());
 }
 
@@ -84,7 +105,8 @@ float StrToNumber(const char *s, char **end, float *) {
  * the stack for ordinary numbers. Overflow gives an infinity and underflow a
  * zero or a subnormal, as strtod rounds them; errno is not consulted. */
 template <typename T>
-bool ParseNumber(Span text, T *out) {
+bool ParseNumber(Span text, T *out)
+{
     if (text.empty() || IsCSpace(text.begin[0]) || CLocale() == nullptr) {
         return false;
     }
@@ -100,31 +122,44 @@ bool ParseNumber(Span text, T *out) {
     }
     char *end = nullptr;
     const T value = StrToNumber(copy, &end, static_cast<T *>(nullptr));
-    if (end != copy + text.size()) return false;
+    if (end != copy + text.size())
+        return false;
     *out = value;
     return true;
 }
 
 } /* namespace */
 
-bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+bool IsBlank(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r';
+}
 
-char FoldCase(char c) { return (c >= 'A' && c <= 'Z') ? c - 'A' + 'a' : c; }
+char FoldCase(char c)
+{
+    return (c >= 'A' && c <= 'Z') ? c - 'A' + 'a' : c;
+}
 
-bool EqualsInsensitive(Span span, const char *key) {
+bool EqualsInsensitive(Span span, const char *key)
+{
     for (const char *p = span.begin; p < span.end; ++p, ++key) {
-        if (*key == '\0' || FoldCase(*p) != FoldCase(*key)) return false;
+        if (*key == '\0' || FoldCase(*p) != FoldCase(*key))
+            return false;
     }
     return *key == '\0';
 }
 
-bool FindValue(const char *config, const char *key, Span *value) {
-    if (config == nullptr || key == nullptr || *key == '\0') return false;
+bool FindValue(const char *config, const char *key, Span *value)
+{
+    if (config == nullptr || key == nullptr || *key == '\0')
+        return false;
     for (const char *p = config; *p != '\0';) {
         const char *keyBegin = p;
-        while (*p != '\0' && *p != '=' && !IsSeparator(*p)) ++p;
+        while (*p != '\0' && *p != '=' && !IsSeparator(*p))
+            ++p;
         if (*p != '=') { /* an entry without '=' names nothing */
-            if (*p != '\0') ++p;
+            if (*p != '\0')
+                ++p;
             continue;
         }
         const Span entryKey = Trim(Span{keyBegin, p});
@@ -134,13 +169,16 @@ bool FindValue(const char *config, const char *key, Span *value) {
             *value = Trim(Span{valueBegin, p});
             return true;
         }
-        if (*p != '\0') ++p;
+        if (*p != '\0')
+            ++p;
     }
     return false;
 }
 
-Value Classify(Span value) {
-    if (value.empty()) return Value{ValueKind::Bare, value};
+Value Classify(Span value)
+{
+    if (value.empty())
+        return Value{ValueKind::Bare, value};
     const char first = value.begin[0];
     if (IsQuote(first)) {
         const void *close =
@@ -160,49 +198,68 @@ Value Classify(Span value) {
                 break;
             }
         }
-        if (p != value.end - 1) return Value{ValueKind::Malformed, value};
+        if (p != value.end - 1)
+            return Value{ValueKind::Malformed, value};
         return Value{ValueKind::Bracketed, Span{value.begin + 1, p}};
     }
     return Value{ValueKind::Bare, value};
 }
 
-bool ParseDouble(Span text, double *out) { return ParseNumber(text, out); }
+bool ParseDouble(Span text, double *out)
+{
+    return ParseNumber(text, out);
+}
 
-bool ParseFloat(Span text, float *out) { return ParseNumber(text, out); }
+bool ParseFloat(Span text, float *out)
+{
+    return ParseNumber(text, out);
+}
 
-bool ReadNumericList(Span body, Shape *shape, double *dest, int64_t capacity) {
+bool ReadNumericList(Span body, Shape *shape, double *dest, int64_t capacity)
+{
     const int64_t limit = std::numeric_limits<int32_t>::max();
     int64_t rows = 0, columns = -1, inRow = 0, stored = 0;
     bool afterComma = false;
     const char *p = body.begin;
-    while (p < body.end && IsListBlank(*p)) ++p;
+    while (p < body.end && IsListBlank(*p))
+        ++p;
     if (p == body.end) {
         *shape = Shape{0, 0};
         return true;
     }
     for (;;) {
-        while (p < body.end && IsListBlank(*p)) ++p;
+        while (p < body.end && IsListBlank(*p))
+            ++p;
         if (p == body.end || *p == ';') {
-            if (inRow == 0 || afterComma) return false;
-            if (columns < 0) columns = inRow;
-            if (columns != inRow || ++rows > limit) return false;
-            if (p == body.end) break;
+            if (inRow == 0 || afterComma)
+                return false;
+            if (columns < 0)
+                columns = inRow;
+            if (columns != inRow || ++rows > limit)
+                return false;
+            if (p == body.end)
+                break;
             ++p;
             inRow = 0;
             continue;
         }
         if (*p == ',') {
-            if (inRow == 0 || afterComma) return false;
+            if (inRow == 0 || afterComma)
+                return false;
             afterComma = true;
             ++p;
             continue;
         }
         const char *q = p;
-        while (q < body.end && !IsListBlank(*q) && *q != ',' && *q != ';') ++q;
+        while (q < body.end && !IsListBlank(*q) && *q != ',' && *q != ';')
+            ++q;
         double element;
-        if (!ParseDouble(Span{p, q}, &element)) return false;
-        if (stored < capacity) dest[stored++] = element;
-        if (++inRow > limit) return false;
+        if (!ParseDouble(Span{p, q}, &element))
+            return false;
+        if (stored < capacity)
+            dest[stored++] = element;
+        if (++inRow > limit)
+            return false;
         afterComma = false;
         p = q;
     }

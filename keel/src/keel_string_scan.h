@@ -38,10 +38,10 @@ bool EqualsInsensitive(Span span, const char *key);
 bool FindValue(const char *config, const char *key, Span *value);
 
 enum class ValueKind {
-    Bare,       /* anything else, e.g. 16000, lowpass, Hanning-Periodic */
-    Quoted,     /* '...' or "...": the text between the quotes */
-    Bracketed,  /* [...]: the text between the outer brackets */
-    Malformed   /* an opening quote or bracket that is not closed last */
+    Bare,      /* anything else, e.g. 16000, lowpass, Hanning-Periodic */
+    Quoted,    /* '...' or "...": the text between the quotes */
+    Bracketed, /* [...]: the text between the outer brackets */
+    Malformed  /* an opening quote or bracket that is not closed last */
 };
 
 struct Value {

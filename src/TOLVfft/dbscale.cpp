@@ -45,7 +45,8 @@ namespace lanes4 {
 
 #define _DB_LANES 8
 #if defined(__clang__)
-#pragma clang attribute push(__attribute__((target("avx2"))), apply_to = function)
+#pragma clang attribute push(__attribute__((target("avx2"))),                  \
+                             apply_to = function)
 #else
 #pragma GCC push_options
 #pragma GCC target("avx2")

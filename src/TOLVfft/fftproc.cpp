@@ -34,9 +34,11 @@ _TOLV_FFTPROC *_CreateProc(int length, _PlanDirection direction)
     float *real = (float *)fftwf_malloc(4 * n);
     fftwf_complex *complex = (fftwf_complex *)fftwf_malloc(8 * n);
     if (direction == _Forward)
-        proc->plan = fftwf_plan_dft_r2c_1d(length, real, complex, FFTW_ESTIMATE);
+        proc->plan =
+            fftwf_plan_dft_r2c_1d(length, real, complex, FFTW_ESTIMATE);
     else
-        proc->plan = fftwf_plan_dft_c2r_1d(length, complex, real, FFTW_ESTIMATE);
+        proc->plan =
+            fftwf_plan_dft_c2r_1d(length, complex, real, FFTW_ESTIMATE);
     fftwf_free(complex);
     fftwf_free(real);
     MutexUnlock(__FFTW_PlanLock);
@@ -82,7 +84,8 @@ extern "C" TOLV_API int TOLV_FFTProcExecute(_TOLV_FFTPROC *proc, float *input,
 {
     if ((void *)input == (void *)output)
         KEELDEBUG_TerminalError(
-            -1, "TOLV_FFTProcExecute: Input and output vectors must be different!");
+            -1,
+            "TOLV_FFTProcExecute: Input and output vectors must be different!");
     fftwf_execute_dft_r2c(proc->plan, input, (fftwf_complex *)output);
     return proc->length / 2 + 1;
 }
@@ -92,8 +95,8 @@ extern "C" TOLV_API int TOLV_IFFTProcExecuteEx(_TOLV_FFTPROC *proc,
                                                float *output, bool normalize)
 {
     if ((void *)input == (void *)output)
-        KEELDEBUG_TerminalError(
-            -1, "TOLV_IFFTProcExecute: Input and output vectors must be different!");
+        KEELDEBUG_TerminalError(-1, "TOLV_IFFTProcExecute: Input and output "
+                                    "vectors must be different!");
     fftwf_execute_dft_c2r(proc->plan, (fftwf_complex *)input, output);
     if (normalize)
         FVectorMulScalar(output, proc->length, 1.0f / (float)proc->length);

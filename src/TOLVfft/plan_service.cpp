@@ -167,8 +167,8 @@ extern "C" int __InitializeFFTWPlans(void *)
     __FFTW_PassLengths.store(0, std::memory_order_relaxed);
     /* Give the host up to 300 ms after start-up to set the data path. */
     KEELUTILS_sleep_msec(50);
-    for (int sleeps = 0; KEELENV_GetEnvValue(kDataPathVar) == nullptr && sleeps < 5;
-         ++sleeps)
+    for (int sleeps = 0;
+         KEELENV_GetEnvValue(kDataPathVar) == nullptr && sleeps < 5; ++sleeps)
         KEELUTILS_sleep_msec(50);
     if (KEELENV_GetEnvValue(kDataPathVar) == nullptr) {
         KEELDEBUG_Warning(-1, "__InitializeFFTWPlans: KEEL_DATA_PATH not set!");
@@ -229,7 +229,8 @@ int TOLV_OptimizeFFT(bool wait)
 {
     MutexLock(__FFTW_PlanLock);
     if (__FFTW_InitThread == nullptr) {
-        __FFTW_InitThread = KEELTHREAD_AddThread(__InitializeFFTWPlans, nullptr, 0);
+        __FFTW_InitThread =
+            KEELTHREAD_AddThread(__InitializeFFTWPlans, nullptr, 0);
         if (!wait || __FFTW_InitThread == nullptr) {
             MutexUnlock(__FFTW_PlanLock);
             return 1;

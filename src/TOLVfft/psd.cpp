@@ -14,8 +14,7 @@
 #include "TOLVfft/fftproc.h"
 
 extern "C" TOLV_API int TOLV_FFTProcExecutePSDEx(_TOLV_FFTPROC *proc,
-                                                 const float *input,
-                                                 float *psd,
+                                                 const float *input, float *psd,
                                                  TOLV_COMPLEX *scratch)
 {
     const int n = proc->length;

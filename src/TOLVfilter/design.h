@@ -57,17 +57,17 @@ double _EllipticNome(double k);
  * are refused (nothing is written then). */
 int _ButterworthDesign(double passEdge, double ratio, double Ap, double As,
                        int N, _ROOT *poles, _ROOT *zeros, double *gain);
-int _ChebyshevDesign(double passEdge, double ratio, double Ap, double As,
-                     int N, _ROOT *poles, _ROOT *zeros, double *gain);
+int _ChebyshevDesign(double passEdge, double ratio, double Ap, double As, int N,
+                     _ROOT *poles, _ROOT *zeros, double *gain);
 int _ChebyshevIIDesign(double passEdge, double ratio, double Ap, double As,
                        int N, _ROOT *poles, _ROOT *zeros, double *gain);
-int _EllipticDesign(double passEdge, double ratio, double Ap, double As,
-                    int N, _ROOT *poles, _ROOT *zeros, double *gain);
+int _EllipticDesign(double passEdge, double ratio, double Ap, double As, int N,
+                    _ROOT *poles, _ROOT *zeros, double *gain);
 
 /* A design record: the order estimate and the design of one approximation. */
 typedef int (*_ORDER_ESTIMATE)(double, double, double, double);
-typedef int (*_PROTOTYPE_DESIGN)(double, double, double, double, int,
-                                 _ROOT *, _ROOT *, double *);
+typedef int (*_PROTOTYPE_DESIGN)(double, double, double, double, int, _ROOT *,
+                                 _ROOT *, double *);
 struct _DESIGN_RECORD {
     _ORDER_ESTIMATE orderEstimate;
     _PROTOTYPE_DESIGN design;

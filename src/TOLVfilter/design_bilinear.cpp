@@ -72,8 +72,8 @@ void _TransformLowHigh(bool highpass, float fpass, int N, _ROOT *poles,
             /* z' = (z + alpha) / (1 + alpha z), negated for the highpass. */
             const _ROOT num(z.real() + alpha, z.imag());
             const _ROOT den(1.0 + alpha * z.real(), alpha * z.imag());
-            _ROOT zt = highpass ? _ROOT(-num.real(), -num.imag()) / den
-                                : num / den;
+            _ROOT zt =
+                highpass ? _ROOT(-num.real(), -num.imag()) / den : num / den;
             /* Images outside the unit circle (every highpass root, and the
              * right-half-plane prototypes) are reflected back inside; the
              * gain correction makes up for the constant it changes. */

@@ -110,7 +110,8 @@ int _ChebyshevIIDesign(double, double ratio, double Ap, double As, int N,
     double a;
     if (As <= 0.0 && ratio <= 0.0) {
         KEELDEBUG_Error(
-            -1, "TOLV_CreateFilter: Type II Chebyshev filters require fstop or As");
+            -1,
+            "TOLV_CreateFilter: Type II Chebyshev filters require fstop or As");
         return 0;
     } else if (ratio <= 0.0) {
         ratio = cosh(acosh(sqrt(_LossRatio(Ap, As))) / N);

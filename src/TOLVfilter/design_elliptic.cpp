@@ -16,7 +16,7 @@ namespace {
 /* Generator of the series terms: t -> f(t * scale), with the first cosine
  * of the cosine-type sum (t = 2) taken from its own angle. */
 struct Generator {
-    bool hyperbolic;   /* sinh/cosh of t * lambda, else sin/cos of t pi mu / N */
+    bool hyperbolic; /* sinh/cosh of t * lambda, else sin/cos of t pi mu / N */
     double lambda;
     double mu;
     int N;
@@ -31,7 +31,8 @@ struct Generator {
     }
     double firstCosine() const
     {
-        return hyperbolic ? cosh(2.0 * lambda) : cos(6.283185307179586 * mu / N);
+        return hyperbolic ? cosh(2.0 * lambda)
+                          : cos(6.283185307179586 * mu / N);
     }
 };
 
@@ -50,7 +51,8 @@ double thetaQuotient(double q, const Generator &gen)
     double S = gen.sine(1.0);
     for (double m = 1.0;; m += 1.0) {
         const double next =
-            gen.sine(2.0 * m + 1.0) * (pow(-1.0, m) * pow(q, (1.0 + m) * m)) + S;
+            gen.sine(2.0 * m + 1.0) * (pow(-1.0, m) * pow(q, (1.0 + m) * m)) +
+            S;
         const bool more = keepSumming(S, next);
         S = next;
         if (!more)
@@ -78,8 +80,8 @@ int _EllipticDesign(double, double ratio, double Ap, double As, int N,
     const double k = 1.0 / ratio;
     const double q = _EllipticNome(k);
     const double e = 0.05 * Ap;
-    const double lambda =
-        (1.0 / ((double)N + N)) * log((pow(10.0, e) + 1.0) / (pow(10.0, e) - 1.0));
+    const double lambda = (1.0 / ((double)N + N)) *
+                          log((pow(10.0, e) + 1.0) / (pow(10.0, e) - 1.0));
 
     const double sigma0 = thetaQuotient(q, Generator{true, lambda, 0.0, N});
     const double W =

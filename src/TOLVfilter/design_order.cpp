@@ -60,7 +60,6 @@ int _ChebyshevIIOrder(double, double ratio, double Ap, double As)
 int _EllipticOrder(double, double ratio, double Ap, double As)
 {
     const double q = _EllipticNome(1.0 / ratio);
-    const double D =
-        (pow(10.0, 0.1 * As) - 1.0) / (pow(10.0, 0.1 * Ap) - 1.0);
+    const double D = (pow(10.0, 0.1 * As) - 1.0) / (pow(10.0, 0.1 * Ap) - 1.0);
     return _TruncToInt32(1.0 + log10(16.0 * D) / log10(1.0 / q));
 }

@@ -36,7 +36,8 @@ int _PairRootsIntoSections(int N, const _ROOT *poles, const _ROOT *zeros,
         } else {
             const _ROOT q = poles[i + 1];
             if (!isReal(q)) {
-                KEELDEBUG_Error(-1, "_MakeFilterFromRoots: Unpaired real poles");
+                KEELDEBUG_Error(-1,
+                                "_MakeFilterFromRoots: Unpaired real poles");
                 return 0;
             }
             bq[0] = -p.real() - q.real();
@@ -51,7 +52,8 @@ int _PairRootsIntoSections(int N, const _ROOT *poles, const _ROOT *zeros,
         } else {
             const _ROOT u = zeros[j + 1];
             if (!isReal(u)) {
-                KEELDEBUG_Error(-1, "_MakeFilterFromRoots: Unpaired real zeros");
+                KEELDEBUG_Error(-1,
+                                "_MakeFilterFromRoots: Unpaired real zeros");
                 return 0;
             }
             bq[3] = (z.real() + u.real()) * -g;
@@ -63,7 +65,8 @@ int _PairRootsIntoSections(int N, const _ROOT *poles, const _ROOT *zeros,
     if (odd) {
         const _ROOT p = poles[i], z = zeros[j];
         if (!isReal(p) || !isReal(z)) {
-            KEELDEBUG_Error(-1, "_MakeFilterFromRoots: Unpaired imaginary root");
+            KEELDEBUG_Error(-1,
+                            "_MakeFilterFromRoots: Unpaired imaginary root");
             return 0;
         }
         double *bq = sections + 5 * (size_t)(S - 1);
@@ -93,7 +96,8 @@ _TOLV_FILTER *_MakeFilterFromRoots(int N, const _ROOT *poles,
     /* A channel count below 1 gets no ring: no frame ever touches it. */
     const size_t ring =
         numChannels > 0 ? 4 * (size_t)numChannels * (size_t)S : 0;
-    st->memory = static_cast<double *>(calloc(ring > 0 ? ring : 1, sizeof(double)));
+    st->memory =
+        static_cast<double *>(calloc(ring > 0 ? ring : 1, sizeof(double)));
 
     /* The gain is spread evenly: every section gets the same b0. */
     const double g = pow(total * (double)userGain, 1.0 / S);
@@ -104,7 +108,8 @@ _TOLV_FILTER *_MakeFilterFromRoots(int N, const _ROOT *poles,
         free(st);
         return nullptr;
     }
-    _TOLV_FILTER *f = static_cast<_TOLV_FILTER *>(calloc(1, sizeof(_TOLV_FILTER)));
+    _TOLV_FILTER *f =
+        static_cast<_TOLV_FILTER *>(calloc(1, sizeof(_TOLV_FILTER)));
     f->filterFn = _DFIISOSfilter;
     f->resetFn = _DFIISOSreset;
     f->copyMemFn = _DFIISOScopyMem;

@@ -25,11 +25,11 @@ struct Keyword {
 };
 
 const Keyword kTypes[] = {
-    {"lowpass", kLowpass},      {"lp", kLowpass},
-    {"highpass", kHighpass},    {"hp", kHighpass},
-    {"bandpass", kBandpass},    {"bp", kBandpass},
+    {"lowpass", kLowpass},       {"lp", kLowpass},
+    {"highpass", kHighpass},     {"hp", kHighpass},
+    {"bandpass", kBandpass},     {"bp", kBandpass},
     {"bandreject", kBandReject}, {"br", kBandReject},
-    {"bandstop", kBandReject},  {"bs", kBandReject},
+    {"bandstop", kBandReject},   {"bs", kBandReject},
 };
 
 struct Approximation {
@@ -38,16 +38,23 @@ struct Approximation {
 };
 
 const Approximation kApproximations[] = {
-    {"butterworth", &_Butterworth}, {"butter", &_Butterworth},
+    {"butterworth", &_Butterworth},
+    {"butter", &_Butterworth},
     {"bt", &_Butterworth},
-    {"chebyshev", &_Chebyshev},     {"chebyshev1", &_Chebyshev},
-    {"cheby", &_Chebyshev},         {"cheby1", &_Chebyshev},
+    {"chebyshev", &_Chebyshev},
+    {"chebyshev1", &_Chebyshev},
+    {"cheby", &_Chebyshev},
+    {"cheby1", &_Chebyshev},
     {"cb", &_Chebyshev},
-    {"invchebyshev", &_ChebyshevII}, {"chebyshev2", &_ChebyshevII},
-    {"invcheby", &_ChebyshevII},    {"cheby2", &_ChebyshevII},
+    {"invchebyshev", &_ChebyshevII},
+    {"chebyshev2", &_ChebyshevII},
+    {"invcheby", &_ChebyshevII},
+    {"cheby2", &_ChebyshevII},
     {"ci", &_ChebyshevII},
-    {"ellilptic", &_Elliptic},      {"ellip", &_Elliptic},
-    {"cauer", &_Elliptic},          {"ca", &_Elliptic},
+    {"ellilptic", &_Elliptic},
+    {"ellip", &_Elliptic},
+    {"cauer", &_Elliptic},
+    {"ca", &_Elliptic},
 };
 
 /* The formatted text, or an empty one for a null or empty format. */
@@ -58,7 +65,8 @@ char *formatText(const char *format, va_list args)
     va_list again;
     va_copy(again, args);
     const int length = vsnprintf(nullptr, 0, format, args);
-    char *text = static_cast<char *>(malloc(length > 0 ? (size_t)length + 1 : 1));
+    char *text =
+        static_cast<char *>(malloc(length > 0 ? (size_t)length + 1 : 1));
     if (length > 0)
         vsnprintf(text, (size_t)length + 1, format, again);
     else
@@ -70,7 +78,8 @@ char *formatText(const char *format, va_list args)
 /* Float values counted in whole numbers (channels, sampling rate). */
 int wholeValue(const char *text, const char *key, float fallback)
 {
-    return _TruncToInt32(KEELSTRING_GetFloatValueFromString(text, key, fallback));
+    return _TruncToInt32(
+        KEELSTRING_GetFloatValueFromString(text, key, fallback));
 }
 
 /* "biquads" rows of exactly five coefficients, or null when the key does
@@ -84,8 +93,10 @@ _TOLV_FILTER *fromBiquads(const char *text, int numChannels, bool *done)
         return nullptr;
     *done = true;
     const size_t count = rows > 0 ? (size_t)rows : 0;
-    double *scratch = static_cast<double *>(calloc(count * 5 + 5, sizeof(double)));
-    KEELSTRING_GetDoubleMatrixValuesFromString(text, "biquads", scratch, rows, 5);
+    double *scratch =
+        static_cast<double *>(calloc(count * 5 + 5, sizeof(double)));
+    KEELSTRING_GetDoubleMatrixValuesFromString(text, "biquads", scratch, rows,
+                                               5);
     _TOLV_FILTER *filter =
         TOLV_CreateFilterFromBiquads(numChannels, (uint32_t)rows, scratch);
     free(scratch);
@@ -105,10 +116,14 @@ _TOLV_FILTER *fromVectors(const char *text, int numChannels, bool *done)
         denLength < 1)
         return nullptr;
     *done = true;
-    double *den = static_cast<double *>(calloc((size_t)denLength, sizeof(double)));
-    double *num = static_cast<double *>(calloc((size_t)numLength, sizeof(double)));
-    KEELSTRING_GetDoubleVectorValuesFromString(text, "denominator", den, denLength);
-    KEELSTRING_GetDoubleVectorValuesFromString(text, "numerator", num, numLength);
+    double *den =
+        static_cast<double *>(calloc((size_t)denLength, sizeof(double)));
+    double *num =
+        static_cast<double *>(calloc((size_t)numLength, sizeof(double)));
+    KEELSTRING_GetDoubleVectorValuesFromString(text, "denominator", den,
+                                               denLength);
+    KEELSTRING_GetDoubleVectorValuesFromString(text, "numerator", num,
+                                               numLength);
     _TOLV_FILTER *filter = TOLV_CreateFilterFromCoefs(
         numChannels, (uint32_t)numLength, num, (uint32_t)denLength, den);
     free(num);
@@ -131,14 +146,17 @@ void readDescription(const char *text, Description *d)
     KEELSTRING_GetStringValueFromString(text, "type", "lowpass", d->type,
                                         sizeof d->type);
     KEELSTRING_GetStringValueFromString(text, "approximation", "butterworth",
-                                        d->approximation, sizeof d->approximation);
+                                        d->approximation,
+                                        sizeof d->approximation);
     d->order = KEELSTRING_GetIntegerValueFromString(text, "order", -1);
     d->Ap = KEELSTRING_GetFloatValueFromString(text, "Ap", 3.0f);
     d->As = KEELSTRING_GetFloatValueFromString(text, "As", -1.0f);
-    const float fpass = KEELSTRING_GetFloatValueFromString(text, "fpass", -1.0f);
+    const float fpass =
+        KEELSTRING_GetFloatValueFromString(text, "fpass", -1.0f);
     d->p1 = KEELSTRING_GetFloatValueFromString(text, "fpass1", fpass);
     d->p2 = KEELSTRING_GetFloatValueFromString(text, "fpass2", -1.0f);
-    const float fstop = KEELSTRING_GetFloatValueFromString(text, "fstop", -1.0f);
+    const float fstop =
+        KEELSTRING_GetFloatValueFromString(text, "fstop", -1.0f);
     d->s1 = KEELSTRING_GetFloatValueFromString(text, "fstop1", fstop);
     d->s2 = KEELSTRING_GetFloatValueFromString(text, "fstop2", -1.0f);
     d->fs = wholeValue(text, "fs", -1.0f);
@@ -238,8 +256,8 @@ bool selectivity(int type, Description *d, float *ratio)
 
 /* The design road from the checked description to the filter. */
 _TOLV_FILTER *design(const Description &d, int type,
-                     const _DESIGN_RECORD &record, float ratio,
-                     float userGain, int numChannels)
+                     const _DESIGN_RECORD &record, float ratio, float userGain,
+                     int numChannels)
 {
     const double Ap = d.Ap, As = d.As, r = ratio;
     int N = d.order;
@@ -262,11 +280,10 @@ _TOLV_FILTER *design(const Description &d, int type,
         return nullptr;
     _BilinearPrototype(N, poles, zeros, &gain);
     if (band) {
-        const int ok = type == kBandpass
-                           ? _ConvertDigitalProtoToBP(N, d.p1, d.p2, poles,
-                                                      zeros, &gain)
-                           : _ConvertDigitalProtoToBR(N, d.p1, d.p2, poles,
-                                                      zeros, &gain);
+        const int ok =
+            type == kBandpass
+                ? _ConvertDigitalProtoToBP(N, d.p1, d.p2, poles, zeros, &gain)
+                : _ConvertDigitalProtoToBR(N, d.p1, d.p2, poles, zeros, &gain);
         if (ok != 1)
             return nullptr;
         N *= 2;
@@ -286,7 +303,8 @@ extern "C" TOLV_API _TOLV_FILTER *TOLV_CreateFilter(const char *format, ...)
     char *text = formatText(format, args);
     va_end(args);
 
-    const float userGain = KEELSTRING_GetFloatValueFromString(text, "gain", 1.0f);
+    const float userGain =
+        KEELSTRING_GetFloatValueFromString(text, "gain", 1.0f);
     const int nc = wholeValue(text, "nc", 1.0f);
     const int numChannels = wholeValue(text, "num_channels", (float)nc);
 
@@ -316,7 +334,8 @@ extern "C" TOLV_API _TOLV_FILTER *TOLV_CreateFilter(const char *format, ...)
             break;
         }
     if (type < 0) {
-        KEELDEBUG_Error(-1, "TOLV_CreateFilter: Invalid filter type: %s\n", d.type);
+        KEELDEBUG_Error(-1, "TOLV_CreateFilter: Invalid filter type: %s\n",
+                        d.type);
         return nullptr;
     }
     float ratio;

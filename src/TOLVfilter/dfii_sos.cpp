@@ -183,8 +183,8 @@ int _DFIISOScopyMem(_TOLV_FILTER *dest, const _TOLV_FILTER *src)
                 // ring, and with more channels than sections it can run off
                 // the end. Only the part inside the ring is written.
                 const int64_t from = r * dS * M + sS + M * c;
-                const int64_t to = from + (dS - sS) < ring ? from + (dS - sS)
-                                                           : ring;
+                const int64_t to =
+                    from + (dS - sS) < ring ? from + (dS - sS) : ring;
                 if (from < to)
                     memset(d->memory + from, 0,
                            sizeof(double) * (size_t)(to - from));

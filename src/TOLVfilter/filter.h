@@ -30,8 +30,8 @@ extern "C" {
  * as signed 32-bit values. Reset and copy leave the position alone or set it
  * as each form defines. All three return 1. */
 typedef int (*_TOLV_FilterRunFn)(_TOLV_FILTER *filter, const float *input,
-                                 float *output, uint32_t count,
-                                 uint32_t start, uint32_t step);
+                                 float *output, uint32_t count, uint32_t start,
+                                 uint32_t step);
 typedef int (*_TOLV_FilterResetFn)(_TOLV_FILTER *filter);
 typedef int (*_TOLV_FilterCopyFn)(_TOLV_FILTER *dest, const _TOLV_FILTER *src);
 
@@ -39,8 +39,8 @@ struct _TOLV_FILTER {
     _TOLV_FilterRunFn filterFn; /* also the form's identity */
     _TOLV_FilterResetFn resetFn;
     _TOLV_FilterCopyFn copyMemFn;
-    void *stateData;            /* _DFIIstate or _DFIISOSstate, owned */
-    int32_t filterType;         /* 0 low, 1 high, 2 band-pass, 3 band-reject */
+    void *stateData;    /* _DFIIstate or _DFIISOSstate, owned */
+    int32_t filterType; /* 0 low, 1 high, 2 band-pass, 3 band-reject */
     int32_t numChannels;
 };
 

@@ -48,8 +48,8 @@ TOLV_API _TOLV_FILTER *TOLV_CreateFilterFromCoefs(int numChannels,
     // can set head past the last row, and the frames until head comes back
     // down keep their w[n] there. It is never read as history, so it needs
     // no defined contents.
-    st->memory = (float *)calloc((size_t)(st->order + 2) * _RingChannels(numChannels),
-                                 sizeof(float));
+    st->memory = (float *)calloc(
+        (size_t)(st->order + 2) * _RingChannels(numChannels), sizeof(float));
     st->numCoefs = (float *)calloc((size_t)st->numOrder, sizeof(float));
     st->denCoefs = (float *)calloc((size_t)st->denOrder, sizeof(float));
     const double a0 = denominator[0];
@@ -69,7 +69,8 @@ TOLV_API _TOLV_FILTER *TOLV_CreateFilterFromBiquads(int numChannels,
     if (biquads == NULL)
         return NULL;
     if (numBiquads > kMaxBiquads) {
-        KEELDEBUG_Error(-1, "TOLV_CreateFilterFromBiquads: Too many biquads (%u)\n",
+        KEELDEBUG_Error(-1,
+                        "TOLV_CreateFilterFromBiquads: Too many biquads (%u)\n",
                         numBiquads);
         return NULL;
     }
@@ -88,15 +89,15 @@ TOLV_API _TOLV_FILTER *TOLV_CreateFilterFromBiquads(int numChannels,
 
 /* Replaces the coefficients of a running cascade and leaves the ring and
  * head alone: the next frame mixes old memory with new coefficients. */
-TOLV_API int TOLV_UpdateFilterBiquads(_TOLV_FILTER *filter,
-                                      uint32_t numBiquads,
+TOLV_API int TOLV_UpdateFilterBiquads(_TOLV_FILTER *filter, uint32_t numBiquads,
                                       const double *biquads)
 {
     if (biquads == NULL)
         return 0;
     if (numBiquads > kMaxBiquads) {
         // The message names the constructor: both share the one limit.
-        KEELDEBUG_Error(-1, "TOLV_CreateFilterFromBiquads: Too many biquads (%u)\n",
+        KEELDEBUG_Error(-1,
+                        "TOLV_CreateFilterFromBiquads: Too many biquads (%u)\n",
                         numBiquads);
         return 0;
     }

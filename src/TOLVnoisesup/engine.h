@@ -23,11 +23,11 @@ void WebRtcNs_Process(NsHandle *handle, const float *const *bands,
                       size_t numBands, float *const *out);
 
 void WebRtcSpl_AnalysisQMF(const int16_t *input, size_t inputLength,
-                           int16_t *lowBand, int16_t *highBand,
-                           int32_t *state1, int32_t *state2);
+                           int16_t *lowBand, int16_t *highBand, int32_t *state1,
+                           int32_t *state2);
 void WebRtcSpl_SynthesisQMF(const int16_t *lowBand, const int16_t *highBand,
-                            size_t bandLength, int16_t *output,
-                            int32_t *state1, int32_t *state2);
+                            size_t bandLength, int16_t *output, int32_t *state1,
+                            int32_t *state2);
 }
 
 /* Makes an engine instance that starts from cleared memory; 0 on success.

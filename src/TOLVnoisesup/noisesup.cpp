@@ -143,8 +143,7 @@ int TOLV_DoNoiseSup(_TOLV_NOISESUP *ns, const float *input, float *output)
     return 1;
 }
 
-int TOLV_DoNoiseSup16(_TOLV_NOISESUP *ns, const int16_t *input,
-                      int16_t *output)
+int TOLV_DoNoiseSup16(_TOLV_NOISESUP *ns, const int16_t *input, int16_t *output)
 {
     if (ns == nullptr || input == nullptr || output == nullptr)
         return 0;

@@ -13,6 +13,7 @@
  */
 #include "resample.h"
 
+// clang-format off
 static const double a_coeffs_fator_1_09[8] = {
     1.0, 4.2885221720208655, 8.017215251564679, 8.305310755628911,
     5.0599138624699895, 1.7436762341517453, 0.27677380690635406, 0.0
@@ -178,6 +179,7 @@ static const double b_coeffs_fator_12[12] = {
     0.1744913039793004, -0.1038045871672295, 0.04159287069349556,
     -0.010125086662194194, 0.0011357891931239154, 0.0
 };
+// clang-format on
 
 const _TOLV_FILTERSET_ROW FilterSet[] = {
     {48000, 44100, a_coeffs_fator_1_09, b_coeffs_fator_1_09, 7},

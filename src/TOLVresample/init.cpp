@@ -11,9 +11,8 @@
  * terminator, so a text that fills the copy still ends inside it. */
 enum { CONFIG_BYTES = 256 };
 
-extern "C" TOLV_API _TOLV_RESAMPLE *TOLV_ResampleInit(int inputRate,
-                                                      int outputRate,
-                                                      const char *config)
+extern "C" TOLV_API _TOLV_RESAMPLE *
+TOLV_ResampleInit(int inputRate, int outputRate, const char *config)
 {
     if (inputRate < 1 || outputRate < 1) {
         KEELDEBUG_Error(-1, "TOLV_ResampleInit: Parametros invalidos");

@@ -48,8 +48,8 @@ static inline void _FourHistoryTicks(const double *const *newest,
 }
 
 /* Frames [first, end) of the block, all with their history in the block. */
-static int _BlockTicks(_TOLV_POLYPHASE *s, const double *x, int first,
-                       int end, float *output)
+static int _BlockTicks(_TOLV_POLYPHASE *s, const double *x, int first, int end,
+                       float *output)
 {
     const double *newest[TICKS_SIDE_BY_SIDE];
     const double *rows[TICKS_SIDE_BY_SIDE];
@@ -73,8 +73,7 @@ static int _BlockTicks(_TOLV_POLYPHASE *s, const double *x, int first,
         s->phase -= s->up;
     }
     for (int b = 0; b < pending; b++)
-        output[written + b] =
-            _HistoryTick(newest[b], rows[b], s->tapsPerPhase);
+        output[written + b] = _HistoryTick(newest[b], rows[b], s->tapsPerPhase);
     return written + pending;
 }
 

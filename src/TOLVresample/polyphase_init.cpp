@@ -15,8 +15,8 @@ static const double FOUR_PI = 12.566370614359172;
 /* Half of the prototype length in units of max(L, M), unless the text says. */
 static int _ReadOrder(const char *config)
 {
-    int fallback = (int)KEELSETTINGS_GetIntEx(
-        NULL, "libtolv.resample.polyphase.order=30");
+    int fallback =
+        (int)KEELSETTINGS_GetIntEx(NULL, "libtolv.resample.polyphase.order=30");
     return KEELSTRING_GetIntegerValueFromString(config, "order", fallback);
 }
 

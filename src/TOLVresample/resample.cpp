@@ -20,8 +20,7 @@ int32_t _ResampleGcd(int32_t a, int32_t b)
     return a;
 }
 
-void _ResampleGrowStaging(double **staging, int64_t *capacity,
-                          int64_t required)
+void _ResampleGrowStaging(double **staging, int64_t *capacity, int64_t required)
 {
     if (*staging != NULL && required <= *capacity)
         return;

@@ -23,31 +23,31 @@ struct _TOLV_RESAMPLE {
 };
 
 typedef struct _TOLV_POLYPHASE {
-    double *staging;          /* input block widened to double; only grows */
-    int64_t stagingCapacity;  /* entries of staging */
-    double **phaseFilters;    /* up rows of tapsPerPhase taps */
-    double *delayLine;        /* circular history, newest at writeIndex */
-    int32_t up;               /* L */
-    int32_t down;             /* M */
-    int32_t phase;            /* position on the grid; negative once flushed */
-    int32_t tapsPerPhase;     /* K */
+    double *staging;         /* input block widened to double; only grows */
+    int64_t stagingCapacity; /* entries of staging */
+    double **phaseFilters;   /* up rows of tapsPerPhase taps */
+    double *delayLine;       /* circular history, newest at writeIndex */
+    int32_t up;              /* L */
+    int32_t down;            /* M */
+    int32_t phase;           /* position on the grid; negative once flushed */
+    int32_t tapsPerPhase;    /* K */
     int32_t writeIndex;
-    int32_t skipRemaining;    /* ticks still dropped for delay compensation */
-    int32_t flushRemaining;   /* frames a flush can still give */
+    int32_t skipRemaining;  /* ticks still dropped for delay compensation */
+    int32_t flushRemaining; /* frames a flush can still give */
 } _TOLV_POLYPHASE;
 
 typedef struct _TOLV_ZOH {
-    int64_t up;               /* L */
-    int64_t down;             /* M */
+    int64_t up;   /* L */
+    int64_t down; /* M */
     uint32_t phase;
-    int64_t inputCount;       /* input frames consumed; informational */
-    double *staging;          /* work block; only grows */
+    int64_t inputCount; /* input frames consumed; informational */
+    double *staging;    /* work block; only grows */
     int64_t stagingCapacity;
-    int32_t stagingFactor;    /* L / M + 1: output frames per input frame */
+    int32_t stagingFactor; /* L / M + 1: output frames per input frame */
     int32_t coefficientCount;
-    int32_t upsampling;       /* 1: hold then filter; 0: filter then hold */
-    double *stateA;           /* filter memory, coefficientCount + 1 */
-    double *stateB;           /* same allocation, coefficientCount + 1 on */
+    int32_t upsampling; /* 1: hold then filter; 0: filter then hold */
+    double *stateA;     /* filter memory, coefficientCount + 1 */
+    double *stateB;     /* same allocation, coefficientCount + 1 on */
     const double *aCoeffs;
     const double *bCoeffs;
 } _TOLV_ZOH;

@@ -12,8 +12,8 @@ int _ZOHResample(_TOLV_ZOH *s, const float *input, float *output, int frames)
     _ResampleGrowStaging(&s->staging, &s->stagingCapacity,
                          (int64_t)s->stagingFactor * frames);
     if (!s->upsampling) {
-        FilterBlockFloat(s->aCoeffs, s->bCoeffs, s->coefficientCount,
-                         s->stateA, s->stateB, input, s->staging, frames);
+        FilterBlockFloat(s->aCoeffs, s->bCoeffs, s->coefficientCount, s->stateA,
+                         s->stateB, input, s->staging, frames);
         if (frames <= 0)
             return 0;
     } else {
@@ -37,8 +37,8 @@ int _ZOHResample(_TOLV_ZOH *s, const float *input, float *output, int frames)
     }
 
     if (s->upsampling) {
-        FilterBlockFloat(s->aCoeffs, s->bCoeffs, s->coefficientCount,
-                         s->stateA, s->stateB, output, s->staging, written);
+        FilterBlockFloat(s->aCoeffs, s->bCoeffs, s->coefficientCount, s->stateA,
+                         s->stateB, output, s->staging, written);
         for (int i = 0; i < written; i++)
             output[i] = (float)s->staging[i];
     }

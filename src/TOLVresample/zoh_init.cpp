@@ -12,15 +12,19 @@ void _ZOHResampleInit(_TOLV_RESAMPLE *handle, int inputRate, int outputRate)
     s->upsampling = inputRate > outputRate ? 0 : 1;
 
     /* Rows are unordered pairs: one filter serves both directions. */
-    uint32_t higher = (uint32_t)(inputRate > outputRate ? inputRate : outputRate);
-    uint32_t lower = (uint32_t)(inputRate > outputRate ? outputRate : inputRate);
+    uint32_t higher =
+        (uint32_t)(inputRate > outputRate ? inputRate : outputRate);
+    uint32_t lower =
+        (uint32_t)(inputRate > outputRate ? outputRate : inputRate);
     const _TOLV_FILTERSET_ROW *match = NULL;
     for (int r = 0; r < FilterSetRows && match == NULL; r++)
-        if (FilterSet[r].higherRate == higher && FilterSet[r].lowerRate == lower)
+        if (FilterSet[r].higherRate == higher &&
+            FilterSet[r].lowerRate == lower)
             match = &FilterSet[r];
     if (match == NULL)
         KEELDEBUG_TerminalError(
-            -1, "TOLV_ZOHResampleInit: Unsuported sample rate convertion: %d to %d",
+            -1,
+            "TOLV_ZOHResampleInit: Unsuported sample rate convertion: %d to %d",
             inputRate, outputRate);
     else if (match->a != NULL) {
         s->aCoeffs = match->a;
@@ -29,8 +33,8 @@ void _ZOHResampleInit(_TOLV_RESAMPLE *handle, int inputRate, int outputRate)
     }
 
     /* One block serves both memories of the direct-form filter. */
-    double *memory = (double *)calloc(2 * (size_t)s->coefficientCount + 2,
-                                      sizeof(double));
+    double *memory =
+        (double *)calloc(2 * (size_t)s->coefficientCount + 2, sizeof(double));
     s->stateA = memory;
     s->stateB = memory + s->coefficientCount + 1;
 

@@ -44,7 +44,8 @@ extern "C" TOLV_API _TOLV_SOLAFS *TOLV_SolafsCreate(int frameMs, int sampleRate,
         (int32_t *)_SolafsNewArray(mem, points, sizeof(int32_t));
     s->similarityTemplate =
         (float *)_SolafsNewArray(mem, points, sizeof(float));
-    s->crossFade = (float *)_SolafsNewArray(mem, s->overlapLength, sizeof(float));
+    s->crossFade =
+        (float *)_SolafsNewArray(mem, s->overlapLength, sizeof(float));
     s->inputBuffer =
         (float *)_SolafsNewArray(mem, s->inputCapacity, sizeof(float));
     s->overlapBuffer =

@@ -21,7 +21,8 @@ void _SolafsCrossFade(_TOLV_SOLAFS *s, int channel, float *samples,
     bool inside = from >= 0 && from + s->overlapLength <= s->inputCapacity;
     float *out = samples + channel + (int64_t)first * s->channelStride;
     for (int32_t j = 0; j < s->overlapLength; j++) {
-        float b = inside ? s->inputBuffer[from + j] : _SolafsInputAt(s, from + j);
+        float b =
+            inside ? s->inputBuffer[from + j] : _SolafsInputAt(s, from + j);
         float v = _SolafsFade(s->crossFade[j], s->overlapBuffer[j], b);
         s->overlapBuffer[j] = v;
         out[(int64_t)j * s->channelStride] = v;

@@ -50,7 +50,8 @@ static _TOLV_SOLAFS_SEGMENT *_SolafsChooseSegment(_TOLV_SOLAFS *s, float speed)
         return seg;
     /* A change of speed: queued until the analysis position reaches it. */
     _TOLV_SOLAFS_SEGMENT *next = &s->segments[s->segmentCount];
-    next->segInputStart = _SolafsWrap((int64_t)s->inputEnd - s->similarityLength);
+    next->segInputStart =
+        _SolafsWrap((int64_t)s->inputEnd - s->similarityLength);
     next->segInputEnd = next->segInputStart;
     next->segOutputEnd = seg->segOutputEnd;
     next->segSpeed = speed;

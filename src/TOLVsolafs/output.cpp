@@ -49,18 +49,19 @@ extern "C" TOLV_API int TOLV_SolafsOutputData(_TOLV_SOLAFS *solafs, int channel,
         if ((int64_t)p >= (int64_t)s->inputEnd - 2 * (int64_t)s->maxSkew)
             break;
         /* The stretch that would continue the previous block's source. */
-        _SolafsReadInput(s, (int64_t)s->similarityLength + s->alignedPos -
-                                 s->inputBase,
-                         s->overlapLength, s->overlapBuffer);
-        s->synthesisPos = _SolafsWrap((int64_t)s->synthesisPos + s->synthesisHop);
+        _SolafsReadInput(
+            s, (int64_t)s->similarityLength + s->alignedPos - s->inputBase,
+            s->overlapLength, s->overlapBuffer);
+        s->synthesisPos =
+            _SolafsWrap((int64_t)s->synthesisPos + s->synthesisHop);
         _SolafsTakeSpeedChange(s, p);
         p = _SolafsAnalysisPos(s);
 
         /* Where the previous alignment would land by itself. lastSynthesisPos
          * holds the previous analysis position as well, so this is
          * skew + p - synthesisPos. */
-        int64_t predicted = ((int64_t)p - s->lastAnalysisPos) - s->synthesisPos +
-                            s->lastSynthesisPos + s->skew;
+        int64_t predicted = ((int64_t)p - s->lastAnalysisPos) -
+                            s->synthesisPos + s->lastSynthesisPos + s->skew;
         predicted = _SolafsWrap(predicted);
         s->lastAnalysisPos = p;
         s->lastSynthesisPos = p;

@@ -52,8 +52,8 @@ int32_t _SolafsSearch(_TOLV_SOLAFS *s, int32_t p)
      * point i of candidate c is decimated sample c + ratio * i. */
     int32_t ratio = s->correlationStep / s->skewStep;
     int32_t decimated = candidates + ratio * (points - 1);
-    int64_t first = (int64_t)s->similarityLength + s->similarityIndex[0] +
-                    p - 1 - s->inputBase;
+    int64_t first = (int64_t)s->similarityLength + s->similarityIndex[0] + p -
+                    1 - s->inputBase;
     int64_t last = first + (int64_t)s->skewStep * (decimated - 1);
     double *x = s->searchSamples;
     if (first >= 0 && last < s->inputCapacity) {

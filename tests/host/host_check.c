@@ -18,7 +18,8 @@ int main(void)
         return 3;
     int major = 0, minor = 0;
     TOLVVERSION_Number(&major, &minor, NULL, NULL);
-    if (major != 3 || minor != 7 || strncmp(TOLVVERSION_String(), "libtolv version 3.7.18.0", 24))
+    if (major != 3 || minor != 7 ||
+        strncmp(TOLVVERSION_String(), "libtolv version 3.7.18.0", 24))
         return 4;
     KEELSETTINGS_SetValueEx(NULL, "tolv.fftw.prepare_plans=[%d]", 1);
     TOLV_OptimizeFFT(true);

@@ -24,11 +24,13 @@ const int kRounds = 40;
 const int kSamples = 256;
 
 const char *const kSpecs[] = {
-    "type=lowpass, approximation=butterworth, fpass=1000, fstop=2000, Ap=1, As=40, fs=16000",
+    "type=lowpass, approximation=butterworth, fpass=1000, fstop=2000, Ap=1, "
+    "As=40, fs=16000",
     "type=hp, approximation=cheby1, fpass=0.4, fstop=0.3, Ap=0.5, As=50, nc=2",
     "type=bandpass, approximation=cheby2, fpass1=300, fpass2=3400, fstop1=200, "
     "fstop2=4000, As=60, fs=16000",
-    "type=bs, approximation=ellip, fpass1=0.2, fpass2=0.6, fstop1=0.3, fstop2=0.45, "
+    "type=bs, approximation=ellip, fpass1=0.2, fpass2=0.6, fstop1=0.3, "
+    "fstop2=0.45, "
     "Ap=1, As=60",
     "biquads=[-1.2 0.5 0.1 0.2 0.1; -0.3 0.1 1 2 1]",
     "numerator=[0.2 0.4 0.2], denominator=[1 -0.5 0.1]",
@@ -71,7 +73,8 @@ std::vector<uint32_t> FilterImpulse(const char *spec)
 /* A block of a converter fresh from its set-up, then its flush. */
 std::vector<uint32_t> ResampleRamp(const RatePair &pair)
 {
-    _TOLV_RESAMPLE *resampler = TOLV_ResampleInit(pair.in, pair.out, pair.config);
+    _TOLV_RESAMPLE *resampler =
+        TOLV_ResampleInit(pair.in, pair.out, pair.config);
     std::vector<float> in(kSamples), out(4 * kSamples + 4096, 0.0f);
     for (int i = 0; i < kSamples; i++)
         in[i] = (float)((i * 13) % 29) / 29.0f - 0.5f;
@@ -96,8 +99,10 @@ TEST(DesignStress, FiltersAndPrototypesDesignedAtOnceMatchTheirLoneDesigns)
     /* Writes to the settings store while the designs read it. */
     std::thread writer([&] {
         for (int i = 0; !done.load(); i++) {
-            KEELSETTINGS_SetValueEx(nullptr, "tolv.fftw.max_plan_len=%d", 1024 + i % 7);
-            KEELSETTINGS_SetDefaultEx(nullptr, "libtolv.stress.unrelated=%d", i);
+            KEELSETTINGS_SetValueEx(nullptr, "tolv.fftw.max_plan_len=%d",
+                                    1024 + i % 7);
+            KEELSETTINGS_SetDefaultEx(nullptr, "libtolv.stress.unrelated=%d",
+                                      i);
             std::this_thread::yield();
         }
     });
@@ -110,7 +115,8 @@ TEST(DesignStress, FiltersAndPrototypesDesignedAtOnceMatchTheirLoneDesigns)
             while (started.load() < kThreads)
                 std::this_thread::yield();
             for (int r = 0; r < kRounds; r++) {
-                const int s = (t + r) % kSpecCount, p = (t + 2 * r) % kPairCount;
+                const int s = (t + r) % kSpecCount,
+                          p = (t + 2 * r) % kPairCount;
                 if (FilterImpulse(kSpecs[s]) != filters[s])
                     mismatches++;
                 if (ResampleRamp(kPairs[p]) != prototypes[p])

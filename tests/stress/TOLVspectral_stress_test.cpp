@@ -134,15 +134,17 @@ TEST(SpectralStress, ProcessorsPlanAndRunWhileThePassPreparesPlans)
     std::vector<std::thread> workers;
     for (int w = 0; w < kWorkers; w++)
         workers.emplace_back([&, w] {
-            for (int r = 0; r < kMaxRounds &&
-                            (r < kRounds || _FFTW_PassLengthCount() < kPassLengths);
+            for (int r = 0;
+                 r < kMaxRounds &&
+                 (r < kRounds || _FFTW_PassLengthCount() < kPassLengths);
                  r++) {
                 rounds++;
                 if (r == 0)
                     TOLV_OptimizeFFT(false); /* a pass runs: starts nothing */
                 const int lengthsBefore = _FFTW_PassLengthCount();
                 const unsigned seed = 1000u * w + r;
-                const int n = kLengths[(w + r) % (sizeof kLengths / sizeof *kLengths)];
+                const int n =
+                    kLengths[(w + r) % (sizeof kLengths / sizeof *kLengths)];
                 _TOLV_FFTPROC *forward = TOLV_FFTProcCreate(n);
                 _TOLV_FFTPROC *inverse = TOLV_IFFTProcCreate(n);
                 if (!RoundTrip(forward, inverse, n, seed))

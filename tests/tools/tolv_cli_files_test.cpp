@@ -34,21 +34,28 @@ TEST(TolvFilter, MatchesTheLibraryOverTheWholeSignal)
 {
     ScratchDir dir;
     const int rate = 44100, frames = 20000; /* more than two blocks */
-    const std::vector<float> in = makeSignal(frames, rate, {{{0.4, 100}, {0.4, 10000}}, {{0.3, 200}}}, 0.01f);
+    const std::vector<float> in = makeSignal(
+        frames, rate, {{{0.4, 100}, {0.4, 10000}}, {{0.3, 200}}}, 0.01f);
     writeAudio(dir.path("in.wav"), in, 2, rate, kFloatWav);
     const char *text = "type=lowpass, fpass=1000, order=4";
-    Outcome r = runTolv({"filter", dir.path("in.wav"), dir.path("out.wav"), text});
+    Outcome r =
+        runTolv({"filter", dir.path("in.wav"), dir.path("out.wav"), text});
     ASSERT_EQ(0, r.status) << r.err;
-    EXPECT_NE(std::string::npos, r.out.find("out.wav: 20000 frames (expected 20000), 2 channels at 44100 Hz"));
+    EXPECT_NE(
+        std::string::npos,
+        r.out.find(
+            "out.wav: 20000 frames (expected 20000), 2 channels at 44100 Hz"));
 
     std::vector<float> expected = in;
-    _TOLV_FILTER *f = TOLV_CreateFilter("%s, fs=%d, num_channels=2", text, rate);
+    _TOLV_FILTER *f =
+        TOLV_CreateFilter("%s, fs=%d, num_channels=2", text, rate);
     ASSERT_NE(nullptr, f);
     TOLV_Filter(f, expected.data(), expected.data(), uint32_t(expected.size()));
     TOLV_DestroyFilter(f);
     Audio out = readAudio(dir.path("out.wav"));
     ASSERT_EQ(expected.size(), out.samples.size());
-    EXPECT_EQ(0, memcmp(expected.data(), out.samples.data(), 4 * expected.size()));
+    EXPECT_EQ(0,
+              memcmp(expected.data(), out.samples.data(), 4 * expected.size()));
     EXPECT_NEAR(0.4, toneAmplitude(out.channel(0), rate, 100), 0.01);
     EXPECT_LT(toneAmplitude(out.channel(0), rate, 10000), 1e-3);
 }
@@ -63,24 +70,32 @@ TEST(TolvFilter, OutputFormatFollowsTheInputUnlessAsked)
         const char *out, *encoding;
         int expected;
     } rows[] = {
-        {SF_FORMAT_WAV | SF_FORMAT_PCM_16, "o.wav", "", SF_FORMAT_WAV | SF_FORMAT_PCM_16},
-        {SF_FORMAT_FLAC | SF_FORMAT_PCM_24, "o.flac", "", SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
-        {SF_FORMAT_FLAC | SF_FORMAT_PCM_16, "o.wav", "", SF_FORMAT_WAV | SF_FORMAT_PCM_16},
+        {SF_FORMAT_WAV | SF_FORMAT_PCM_16, "o.wav", "",
+         SF_FORMAT_WAV | SF_FORMAT_PCM_16},
+        {SF_FORMAT_FLAC | SF_FORMAT_PCM_24, "o.flac", "",
+         SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
+        {SF_FORMAT_FLAC | SF_FORMAT_PCM_16, "o.wav", "",
+         SF_FORMAT_WAV | SF_FORMAT_PCM_16},
         {kFloatWav, "o.flac", "", SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
         {SF_FORMAT_WAV | SF_FORMAT_PCM_16, "o.wav", "float", kFloatWav},
-        {SF_FORMAT_AIFF | SF_FORMAT_PCM_16, "o.aiff", "pcm24", SF_FORMAT_AIFF | SF_FORMAT_PCM_24},
-        {SF_FORMAT_WAV | SF_FORMAT_PCM_16, "o.dat", "", SF_FORMAT_WAV | SF_FORMAT_PCM_16},
+        {SF_FORMAT_AIFF | SF_FORMAT_PCM_16, "o.aiff", "pcm24",
+         SF_FORMAT_AIFF | SF_FORMAT_PCM_24},
+        {SF_FORMAT_WAV | SF_FORMAT_PCM_16, "o.dat", "",
+         SF_FORMAT_WAV | SF_FORMAT_PCM_16},
     };
     for (const auto &row : rows) {
         ScratchDir dir;
-        writeAudio(dir.path("in"), makeSignal(3000, 16000, {{{0.5, 440}}}), 1, 16000, row.inFormat);
-        std::vector<std::string> args = {"filter", dir.path("in"), dir.path(row.out), "fpass=0.5, order=2"};
+        writeAudio(dir.path("in"), makeSignal(3000, 16000, {{{0.5, 440}}}), 1,
+                   16000, row.inFormat);
+        std::vector<std::string> args = {
+            "filter", dir.path("in"), dir.path(row.out), "fpass=0.5, order=2"};
         if (*row.encoding)
             args.insert(args.end(), {"--encoding", row.encoding});
         Outcome r = runTolv(args);
         ASSERT_EQ(0, r.status) << row.out << " " << r.err;
         Audio out = readAudio(dir.path(row.out));
-        EXPECT_EQ(row.expected, out.format) << row.out << " " << std::hex << out.format;
+        EXPECT_EQ(row.expected, out.format)
+            << row.out << " " << std::hex << out.format;
         EXPECT_EQ(3000, out.frames);
     }
 }
@@ -90,28 +105,42 @@ TEST(TolvFilter, OutputFormatFollowsTheInputUnlessAsked)
 TEST(TolvFilter, FailuresLeaveNothingBehind)
 {
     ScratchDir dir;
-    writeAudio(dir.path("in.wav"), makeSignal(3000, 16000, {{{0.5, 440}}, {{0.5, 440}}}), 2, 16000);
-    writeAudio(dir.path("in.flac"), makeSignal(300, 16000, {{{0.5, 440}}}), 1, 16000,
-               SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
+    writeAudio(dir.path("in.wav"),
+               makeSignal(3000, 16000, {{{0.5, 440}}, {{0.5, 440}}}), 2, 16000);
+    writeAudio(dir.path("in.flac"), makeSignal(300, 16000, {{{0.5, 440}}}), 1,
+               16000, SF_FORMAT_FLAC | SF_FORMAT_PCM_16);
     std::ofstream(dir.path("text.wav")) << "not audio at all\n";
     const std::string original = bytesOf(dir.path("in.wav"));
     const struct {
         std::vector<std::string> args;
         const char *message;
     } rows[] = {
-        {{"filter", dir.path("none.wav"), dir.path("out.wav"), "fpass=0.5, order=2"}, "cannot read"},
-        {{"filter", dir.path("text.wav"), dir.path("out.wav"), "fpass=0.5, order=2"}, "cannot read"},
-        {{"filter", dir.path("in.wav"), dir.path("out.wav"), "type=bogus, fpass=0.5, order=2"},
+        {{"filter", dir.path("none.wav"), dir.path("out.wav"),
+          "fpass=0.5, order=2"},
+         "cannot read"},
+        {{"filter", dir.path("text.wav"), dir.path("out.wav"),
+          "fpass=0.5, order=2"},
+         "cannot read"},
+        {{"filter", dir.path("in.wav"), dir.path("out.wav"),
+          "type=bogus, fpass=0.5, order=2"},
          "Invalid filter type: bogus"},
-        {{"filter", dir.path("in.wav"), dir.path("out.wav"), "fpass=0.5, order=2, nc=1"},
+        {{"filter", dir.path("in.wav"), dir.path("out.wav"),
+          "fpass=0.5, order=2, nc=1"},
          "the text asks for 1 channels but"},
-        {{"filter", dir.path("in.wav"), dir.path("in.wav"), "fpass=0.5, order=2"}, "is the input file"},
-        {{"filter", dir.path("in.wav"), dir.path("no/such/dir/out.wav"), "fpass=0.5, order=2"}, "cannot write"},
-        {{"filter", dir.path("in.flac"), dir.path("out.flac"), "fpass=0.5, order=2", "--encoding", "float"},
+        {{"filter", dir.path("in.wav"), dir.path("in.wav"),
+          "fpass=0.5, order=2"},
+         "is the input file"},
+        {{"filter", dir.path("in.wav"), dir.path("no/such/dir/out.wav"),
+          "fpass=0.5, order=2"},
+         "cannot write"},
+        {{"filter", dir.path("in.flac"), dir.path("out.flac"),
+          "fpass=0.5, order=2", "--encoding", "float"},
          "cannot hold --encoding float"},
-        {{"resample", dir.path("in.wav"), dir.path("out.wav"), "--rate", "12345", "--type", "zoh"},
+        {{"resample", dir.path("in.wav"), dir.path("out.wav"), "--rate",
+          "12345", "--type", "zoh"},
          "Unsuported sample rate convertion: 16000 to 12345"},
-        {{"resample", dir.path("in.wav"), dir.path("out.wav"), "--rate", "48001", "--order", "1000"},
+        {{"resample", dir.path("in.wav"), dir.path("out.wav"), "--rate",
+          "48001", "--order", "1000"},
          "too small a common divisor"},
     };
     const std::vector<std::string> before = dir.entries();
@@ -130,10 +159,11 @@ TEST(TolvFilter, FailuresLeaveNothingBehind)
 TEST(TolvFilter, InterruptedRunLeavesNothingBehind)
 {
     ScratchDir dir;
-    writeAudio(dir.path("in.wav"), makeSignal(30 * 44100, 44100, {{{0.5, 440}}}), 1, 44100);
+    writeAudio(dir.path("in.wav"),
+               makeSignal(30 * 44100, 44100, {{{0.5, 440}}}), 1, 44100);
     // A long prototype makes the conversion take seconds.
-    int pid = startTolv({"resample", dir.path("in.wav"), dir.path("out.wav"), "--rate", "48000",
-                         "--order", "800"});
+    int pid = startTolv({"resample", dir.path("in.wav"), dir.path("out.wav"),
+                         "--rate", "48000", "--order", "800"});
     bool writing = false;
     for (int i = 0; i < 2000 && !writing; i++) {
         for (const std::string &e : dir.entries())
@@ -161,20 +191,27 @@ struct ResampleCase {
 TEST(TolvResample, LengthRateAndSamplesMatchTheLibrary)
 {
     const ResampleCase rows[] = {
-        {44100, 48000, "polyphase", 2, 30000}, {48000, 44100, "polyphase", 1, 20000},
-        {16000, 16000, "polyphase", 1, 5000},  {44100, 8000, "polyphase", 2, 12345},
-        {16000, 48000, "polyphase", 1, 10},    {8000, 16000, "zoh", 1, 10000},
+        {44100, 48000, "polyphase", 2, 30000},
+        {48000, 44100, "polyphase", 1, 20000},
+        {16000, 16000, "polyphase", 1, 5000},
+        {44100, 8000, "polyphase", 2, 12345},
+        {16000, 48000, "polyphase", 1, 10},
+        {8000, 16000, "zoh", 1, 10000},
         {22050, 11025, "zoh", 2, 9000},
     };
     for (const auto &row : rows) {
         ScratchDir dir;
-        std::vector<std::vector<Tone>> tones(size_t(row.channels), {{0.5, 1000.0}});
-        const std::vector<float> in = makeSignal(row.frames, row.from, tones, 0.01f);
+        std::vector<std::vector<Tone>> tones(size_t(row.channels),
+                                             {{0.5, 1000.0}});
+        const std::vector<float> in =
+            makeSignal(row.frames, row.from, tones, 0.01f);
         writeAudio(dir.path("in.wav"), in, row.channels, row.from, kFloatWav);
-        Outcome r = runTolv({"resample", dir.path("in.wav"), dir.path("out.wav"), "--rate",
-                         std::to_string(row.to), "--type", row.type});
+        Outcome r =
+            runTolv({"resample", dir.path("in.wav"), dir.path("out.wav"),
+                     "--rate", std::to_string(row.to), "--type", row.type});
         ASSERT_EQ(0, r.status) << row.from << "->" << row.to << " " << r.err;
-        const int64_t expected = (row.frames * row.to + row.from / 2) / row.from;
+        const int64_t expected =
+            (row.frames * row.to + row.from / 2) / row.from;
         Audio out = readAudio(dir.path("out.wav"));
         EXPECT_EQ(expected, out.frames) << row.from << "->" << row.to;
         EXPECT_EQ(row.to, out.rate);
@@ -184,14 +221,19 @@ TEST(TolvResample, LengthRateAndSamplesMatchTheLibrary)
             for (int64_t f = 0; f < row.frames; f++)
                 x[size_t(f)] = in[size_t(f * row.channels + c)];
             std::string config = std::string("type=") + row.type;
-            _TOLV_RESAMPLE *conv = TOLV_ResampleInit(row.from, row.to, config.c_str());
-            std::vector<float> y(size_t(row.frames * (row.to / row.from + 1) + 64));
+            _TOLV_RESAMPLE *conv =
+                TOLV_ResampleInit(row.from, row.to, config.c_str());
+            std::vector<float> y(
+                size_t(row.frames * (row.to / row.from + 1) + 64));
             int n = TOLV_Resample(conv, x.data(), y.data(), int(row.frames));
-            y.resize(size_t(n) + size_t(std::max(0, TOLV_ResampleFlushBufferSize(conv))));
+            y.resize(size_t(n) +
+                     size_t(std::max(0, TOLV_ResampleFlushBufferSize(conv))));
             n += TOLV_ResampleFlushBuffersEx(conv, y.data() + n, 0);
             TOLV_ResampleDestroy(conv);
-            y.resize(size_t(expected), 0.0f); /* trimmed, or padded with silence */
-            ASSERT_EQ(y, out.channel(c)) << row.from << "->" << row.to << " channel " << c;
+            y.resize(size_t(expected),
+                     0.0f); /* trimmed, or padded with silence */
+            ASSERT_EQ(y, out.channel(c))
+                << row.from << "->" << row.to << " channel " << c;
         }
         if (row.frames > 1000 && std::string(row.type) == "polyphase") {
             EXPECT_NEAR(0.5, toneAmplitude(out.channel(0), row.to, 1000), 0.01);
@@ -202,13 +244,19 @@ TEST(TolvResample, LengthRateAndSamplesMatchTheLibrary)
 TEST(TolvResample, ArgumentsAreChecked)
 {
     ScratchDir dir;
-    writeAudio(dir.path("in.wav"), makeSignal(100, 8000, {{{0.5, 440}}}), 1, 8000);
+    writeAudio(dir.path("in.wav"), makeSignal(100, 8000, {{{0.5, 440}}}), 1,
+               8000);
     const std::vector<std::vector<std::string>> rows = {
-        {"--rate", "0"}, {"--rate", "48k"}, {"--rate", "8000", "--type", "sinc"},
-        {"--rate", "16000", "--type", "zoh", "--order", "8"}, {"--rate", "16000", "--order", "0"}, {},
+        {"--rate", "0"},
+        {"--rate", "48k"},
+        {"--rate", "8000", "--type", "sinc"},
+        {"--rate", "16000", "--type", "zoh", "--order", "8"},
+        {"--rate", "16000", "--order", "0"},
+        {},
     };
     for (const auto &extra : rows) {
-        std::vector<std::string> args = {"resample", dir.path("in.wav"), dir.path("out.wav")};
+        std::vector<std::string> args = {"resample", dir.path("in.wav"),
+                                         dir.path("out.wav")};
         args.insert(args.end(), extra.begin(), extra.end());
         Outcome r = runTolv(args);
         EXPECT_EQ(2, r.status) << r.err;
@@ -234,10 +282,12 @@ TEST(TolvStretch, LengthAndPitch)
             writeAudio(dir.path("in.wav"), in, channels, rate, kFloatWav);
             std::ostringstream s;
             s << speed;
-            Outcome r = runTolv({"stretch", dir.path("in.wav"), dir.path("out.wav"), "--speed", s.str()});
+            Outcome r = runTolv({"stretch", dir.path("in.wav"),
+                                 dir.path("out.wav"), "--speed", s.str()});
             ASSERT_EQ(0, r.status) << speed << " " << r.err;
             Audio out = readAudio(dir.path("out.wav"));
-            EXPECT_EQ(std::llround(double(frames) / speed), out.frames) << speed;
+            EXPECT_EQ(std::llround(double(frames) / speed), out.frames)
+                << speed;
             EXPECT_EQ(channels, out.channels);
             if (speed == 1.0) {
                 for (size_t i = 0; i < in.size(); i++)
@@ -246,9 +296,11 @@ TEST(TolvStretch, LengthAndPitch)
             }
             for (int c = 0; c < channels; c++) {
                 std::vector<float> y = out.channel(c);
-                y.resize(y.size() * 9 / 10); /* the tail fades into the silence fed behind */
+                y.resize(y.size() * 9 /
+                         10); /* the tail fades into the silence fed behind */
                 const double own = hz * (1 + 0.4 * c);
-                EXPECT_GT(toneAmplitude(y, rate, own), 0.4) << speed << " channel " << c;
+                EXPECT_GT(toneAmplitude(y, rate, own), 0.4)
+                    << speed << " channel " << c;
                 EXPECT_LT(toneAmplitude(y, rate, own * speed), 0.05) << speed;
             }
         }
@@ -257,7 +309,8 @@ TEST(TolvStretch, LengthAndPitch)
 TEST(TolvStretch, ArgumentsAreChecked)
 {
     ScratchDir dir;
-    writeAudio(dir.path("in.wav"), makeSignal(100, 8000, {{{0.5, 440}}}), 1, 8000);
+    writeAudio(dir.path("in.wav"), makeSignal(100, 8000, {{{0.5, 440}}}), 1,
+               8000);
     const struct {
         std::vector<std::string> extra;
         const char *message;
@@ -265,12 +318,15 @@ TEST(TolvStretch, ArgumentsAreChecked)
         {{"--speed", "0"}, "--speed must be above 0 and at most 3"},
         {{"--speed", "3.5"}, "--speed must be above 0 and at most 3"},
         {{"--speed", "fast"}, "--speed must be a number"},
-        {{"--speed", "1", "--frame-ms", "1"}, "--frame-ms must give from 16 frames"},
-        {{"--speed", "1", "--frame-ms", "250"}, "--frame-ms must give from 16 frames"},
+        {{"--speed", "1", "--frame-ms", "1"},
+         "--frame-ms must give from 16 frames"},
+        {{"--speed", "1", "--frame-ms", "250"},
+         "--frame-ms must give from 16 frames"},
         {{}, "needs --speed"},
     };
     for (const auto &row : rows) {
-        std::vector<std::string> args = {"stretch", dir.path("in.wav"), dir.path("out.wav")};
+        std::vector<std::string> args = {"stretch", dir.path("in.wav"),
+                                         dir.path("out.wav")};
         args.insert(args.end(), row.extra.begin(), row.extra.end());
         Outcome r = runTolv(args);
         EXPECT_EQ(2, r.status);

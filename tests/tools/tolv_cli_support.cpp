@@ -12,7 +12,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-
 namespace clitest {
 
 std::vector<float> Audio::channel(int c) const
@@ -32,9 +31,11 @@ void writeAudio(const std::string &path, const std::vector<float> &samples,
     info.format = format;
     SNDFILE *f = sf_open(path.c_str(), SFM_WRITE, &info);
     if (!f)
-        throw std::runtime_error("cannot write " + path + ": " + sf_strerror(nullptr));
+        throw std::runtime_error("cannot write " + path + ": " +
+                                 sf_strerror(nullptr));
     sf_command(f, SFC_SET_CLIPPING, nullptr, SF_TRUE);
-    sf_writef_float(f, samples.data(), sf_count_t(samples.size() / size_t(channels)));
+    sf_writef_float(f, samples.data(),
+                    sf_count_t(samples.size() / size_t(channels)));
     sf_close(f);
 }
 
@@ -43,7 +44,8 @@ Audio readAudio(const std::string &path)
     SF_INFO info{};
     SNDFILE *f = sf_open(path.c_str(), SFM_READ, &info);
     if (!f)
-        throw std::runtime_error("cannot read " + path + ": " + sf_strerror(nullptr));
+        throw std::runtime_error("cannot read " + path + ": " +
+                                 sf_strerror(nullptr));
     Audio a;
     a.rate = info.samplerate;
     a.channels = info.channels;
@@ -65,7 +67,8 @@ std::vector<float> makeSignal(int64_t frames, int rate,
         for (size_t c = 0; c < channels; c++) {
             double v = 0.0;
             for (const Tone &t : perChannel[c])
-                v += t.amplitude * std::sin(2.0 * M_PI * t.hz * double(n) / rate);
+                v += t.amplitude *
+                     std::sin(2.0 * M_PI * t.hz * double(n) / rate);
             seed = seed * 1664525u + 1013904223u;
             v += noise * (double(seed >> 8) / 8388608.0 - 1.0);
             x[size_t(n) * channels + c] = float(v);
@@ -103,10 +106,11 @@ std::string scratchRoot()
 }
 
 /* In a forked child: the streams to the two files, then the program. */
-[[noreturn]] void execTolv(const std::vector<std::string> &args, const std::string &out,
-                           const std::string &err)
+[[noreturn]] void execTolv(const std::vector<std::string> &args,
+                           const std::string &out, const std::string &err)
 {
-    if (!freopen(out.c_str(), "w", stdout) || !freopen(err.c_str(), "w", stderr))
+    if (!freopen(out.c_str(), "w", stdout) ||
+        !freopen(err.c_str(), "w", stderr))
         _exit(127);
     std::vector<char *> argv;
     argv.push_back(const_cast<char *>(TOLV_CLI));
@@ -118,7 +122,8 @@ std::string scratchRoot()
 }
 } // namespace
 
-Outcome runTolv(const std::vector<std::string> &args, const std::vector<std::string> &env)
+Outcome runTolv(const std::vector<std::string> &args,
+                const std::vector<std::string> &env)
 {
     ScratchDir io;
     const std::string out = io.path("stdout"), err = io.path("stderr");

@@ -28,7 +28,8 @@ struct Audio {
 
 /* Writes interleaved samples; format defaults to 16-bit WAV. */
 void writeAudio(const std::string &path, const std::vector<float> &samples,
-                int channels, int rate, int format = SF_FORMAT_WAV | SF_FORMAT_PCM_16);
+                int channels, int rate,
+                int format = SF_FORMAT_WAV | SF_FORMAT_PCM_16);
 Audio readAudio(const std::string &path);
 
 /* Interleaved test signals: per channel a sum of sines (amplitude, Hz) plus
@@ -51,7 +52,7 @@ struct Outcome {
 /* Runs the tolv program with the arguments; `env` entries ("NAME=value")
  * are added to the environment, a bare "NAME=" removes NAME. */
 Outcome runTolv(const std::vector<std::string> &args,
-            const std::vector<std::string> &env = {});
+                const std::vector<std::string> &env = {});
 
 /* Starts the tolv program in the background, its output discarded;
  * returns the process id. */
@@ -59,14 +60,17 @@ int startTolv(const std::vector<std::string> &args);
 
 /* A fresh folder under the test scratch area, removed at the end. */
 class ScratchDir {
-public:
+  public:
     ScratchDir();
     ~ScratchDir();
-    std::string path(const std::string &name) const { return dir_ + "/" + name; }
+    std::string path(const std::string &name) const
+    {
+        return dir_ + "/" + name;
+    }
     /* Names in the folder, sorted. */
     std::vector<std::string> entries() const;
 
-private:
+  private:
     std::string dir_;
 };
 

@@ -43,8 +43,10 @@ void installCleanupHandler()
 std::string makeTemporary(const std::string &path, int *fd)
 {
     size_t slash = path.rfind('/');
-    std::string dir = slash == std::string::npos ? "" : path.substr(0, slash + 1);
-    std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
+    std::string dir =
+        slash == std::string::npos ? "" : path.substr(0, slash + 1);
+    std::string base =
+        slash == std::string::npos ? path : path.substr(slash + 1);
     std::string pattern = dir + "." + base + ".tmp-XXXXXX";
     if (pattern.size() >= kMaxPath)
         throw Failure("output path too long: " + path);
@@ -134,9 +136,9 @@ struct Container {
     int major;
 };
 const Container kContainers[] = {
-    {"wav", SF_FORMAT_WAV},   {"flac", SF_FORMAT_FLAC}, {"aiff", SF_FORMAT_AIFF},
-    {"aif", SF_FORMAT_AIFF},  {"au", SF_FORMAT_AU},     {"caf", SF_FORMAT_CAF},
-    {"w64", SF_FORMAT_W64},   {"rf64", SF_FORMAT_RF64}, {"ogg", SF_FORMAT_OGG},
+    {"wav", SF_FORMAT_WAV},  {"flac", SF_FORMAT_FLAC}, {"aiff", SF_FORMAT_AIFF},
+    {"aif", SF_FORMAT_AIFF}, {"au", SF_FORMAT_AU},     {"caf", SF_FORMAT_CAF},
+    {"w64", SF_FORMAT_W64},  {"rf64", SF_FORMAT_RF64}, {"ogg", SF_FORMAT_OGG},
 };
 
 int majorFromExtension(const std::string &path)
@@ -268,7 +270,8 @@ void reportOutput(const AudioWriter &writer, int64_t expected)
                 writer.channels() == 1 ? "" : "s", writer.rate(),
                 describeFormat(writer.format()).c_str());
     if (writer.clipped())
-        std::fprintf(stderr, "tolv: %lld samples beyond full scale were clipped "
+        std::fprintf(stderr,
+                     "tolv: %lld samples beyond full scale were clipped "
                      "in %s; use --encoding float to keep them\n",
                      (long long)writer.clipped(), writer.path().c_str());
 }
@@ -280,7 +283,8 @@ std::string describeFormat(int format)
     sub.format = format & SF_FORMAT_SUBMASK;
     std::string text =
         sf_command(nullptr, SFC_GET_FORMAT_INFO, &major, sizeof major) == 0
-            ? major.name : "unknown container";
+            ? major.name
+            : "unknown container";
     if (sub.format &&
         sf_command(nullptr, SFC_GET_FORMAT_INFO, &sub, sizeof sub) == 0)
         text += std::string(", ") + sub.name;

@@ -15,7 +15,7 @@
 namespace cli {
 
 class AudioReader {
-public:
+  public:
     explicit AudioReader(const std::string &path);
     ~AudioReader();
     AudioReader(const AudioReader &) = delete;
@@ -33,14 +33,14 @@ public:
     /* Reads up to `frames` frames averaged over the channels. */
     std::vector<float> readMono(int64_t frames);
 
-private:
+  private:
     std::string path_;
     SF_INFO info_{};
     SNDFILE *file_ = nullptr;
 };
 
 class AudioWriter {
-public:
+  public:
     /* `format` is a libsndfile format word; `encoding` one of "",
      * "pcm16", "pcm24", "pcm32", "float", "double" (empty: follow
      * `format`). The container follows the extension of `path` when it
@@ -64,7 +64,7 @@ public:
     int rate() const { return rate_; }
     int format() const { return format_; }
 
-private:
+  private:
     std::string path_, temp_;
     int channels_, rate_, format_ = 0;
     bool integer_;

@@ -73,7 +73,8 @@ long parseInteger(const std::string &text, const std::string &what)
     char *end = nullptr;
     long v = std::strtol(text.c_str(), &end, 10);
     if (text.empty() || *end != '\0' || errno == ERANGE)
-        throw UsageError(what + " must be a whole number, not \"" + text + "\"");
+        throw UsageError(what + " must be a whole number, not \"" + text +
+                         "\"");
     return v;
 }
 
@@ -121,10 +122,10 @@ std::string takeLibraryErrors()
 }
 
 Progress::Progress(const std::string &label, int64_t total)
-    : label_(label), total_(total), enabled_(isatty(STDERR_FILENO) && total > 0),
+    : label_(label), total_(total),
+      enabled_(isatty(STDERR_FILENO) && total > 0),
       start_(std::chrono::steady_clock::now()), lastDraw_(start_)
-{
-}
+{}
 
 Progress::~Progress()
 {
@@ -144,7 +145,8 @@ void Progress::update(int64_t done)
         double expected = elapsed * double(total_) / double(done);
         if (elapsed < 0.5 || expected < 2.0)
             return;
-    } else if (duration<double>(now - lastDraw_).count() < 0.1 && done < total_) {
+    } else if (duration<double>(now - lastDraw_).count() < 0.1 &&
+               done < total_) {
         return;
     }
     shown_ = true;

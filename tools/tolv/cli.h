@@ -35,14 +35,14 @@ struct OptionSpec {
 /* Parsed arguments: positionals in order, options by name ("--rate").
  * Values come as "--rate 48000" or "--rate=48000". */
 class Args {
-public:
+  public:
     Args(const std::vector<std::string> &argv, const OptionSpec &spec);
     bool has(const std::string &name) const;
     std::string get(const std::string &name, const std::string &dflt) const;
     const std::vector<std::string> &positional() const { return positional_; }
     bool help() const { return has("--help"); }
 
-private:
+  private:
     std::map<std::string, std::string> options_;
     std::vector<std::string> positional_;
 };
@@ -63,13 +63,13 @@ std::string takeLibraryErrors();
 /* A progress bar on stderr for work that runs longer than about two
  * seconds, drawn only when stderr is a terminal. */
 class Progress {
-public:
+  public:
     Progress(const std::string &label, int64_t total);
     ~Progress();
     void update(int64_t done);
     void finish();
 
-private:
+  private:
     std::string label_;
     int64_t total_;
     bool enabled_;

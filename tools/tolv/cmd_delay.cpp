@@ -40,13 +40,16 @@ int runDelay(const Arguments &argv)
     Args args(argv, {{"--max-seconds"}, {}});
     if (args.positional().size() != 2)
         throw UsageError("needs two files, A and B");
-    double seconds = parseReal(args.get("--max-seconds", "30"), "--max-seconds");
+    double seconds =
+        parseReal(args.get("--max-seconds", "30"), "--max-seconds");
     if (!(seconds > 0) || seconds > 3600)
         throw UsageError("--max-seconds must be above 0 and at most 3600");
     AudioReader ra(args.positional()[0]), rb(args.positional()[1]);
     if (ra.rate() != rb.rate())
-        throw Failure(format("the files have different rates (%d Hz and %d Hz); "
-                             "resample one first", ra.rate(), rb.rate()));
+        throw Failure(
+            format("the files have different rates (%d Hz and %d Hz); "
+                   "resample one first",
+                   ra.rate(), rb.rate()));
     const int rate = ra.rate();
     const int64_t limit = std::llround(seconds * rate);
     std::vector<float> a = ra.readMono(limit), b = rb.readMono(limit);
@@ -59,8 +62,8 @@ int runDelay(const Arguments &argv)
     // A positive lag of the correlation means that A is late, so the delay
     // of B is its negative.
     int lag = 0;
-    double coefficient = TOLV_XcorrCoef(a.data(), int(a.size()), b.data(),
-                                        int(b.size()), &lag);
+    double coefficient =
+        TOLV_XcorrCoef(a.data(), int(a.size()), b.data(), int(b.size()), &lag);
     _TOLV_XCORRPROC *proc = TOLV_XcorrProcCreate(int(a.size()), int(b.size()));
     std::vector<float> phat(static_cast<size_t>(TOLV_XcorrVectorLength(proc)));
     TOLV_XcorrPhatProcess(proc, a.data(), b.data(), phat.data());
@@ -72,8 +75,10 @@ int runDelay(const Arguments &argv)
                 rb.path().c_str(), ra.path().c_str(),
                 double(std::max(a.size(), b.size())) / rate, rate);
     std::printf("coefficient method: %ld samples (%.3f ms), correlation "
-                "coefficient %.4f\n", -long(lag), ms(-long(lag)), coefficient);
-    std::printf("PHAT method: %ld samples (%.3f ms)\n", phatDelay, ms(phatDelay));
+                "coefficient %.4f\n",
+                -long(lag), ms(-long(lag)), coefficient);
+    std::printf("PHAT method: %ld samples (%.3f ms)\n", phatDelay,
+                ms(phatDelay));
     return 0;
 }
 

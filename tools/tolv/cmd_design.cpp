@@ -43,9 +43,12 @@ std::string bandList(const std::vector<Band> &bands, int fs)
 std::string formName(const FilterText &f)
 {
     switch (f.form) {
-    case FilterText::Sections: return "second-order sections from the text";
-    case FilterText::DirectForm: return "direct form II from the text";
-    default: return std::string(typeName(f.typeCode)) + ", " + f.approximation;
+    case FilterText::Sections:
+        return "second-order sections from the text";
+    case FilterText::DirectForm:
+        return "direct form II from the text";
+    default:
+        return std::string(typeName(f.typeCode)) + ", " + f.approximation;
     }
 }
 } // namespace
@@ -123,9 +126,10 @@ int runDesign(const Arguments &argv)
         float worst = -INFINITY;
         for (const Band &b : stop)
             worst = std::fmax(worst, r.maxOver(b));
-        std::printf("stopband %s: at most %s, %.2f dB below the peak%s\n",
-                    bandList(stop, fs).c_str(), level(worst).c_str(), peak - worst,
-                    spec.As > 0 ? format(" (As %.3g dB)", spec.As).c_str() : "");
+        std::printf(
+            "stopband %s: at most %s, %.2f dB below the peak%s\n",
+            bandList(stop, fs).c_str(), level(worst).c_str(), peak - worst,
+            spec.As > 0 ? format(" (As %.3g dB)", spec.As).c_str() : "");
     } else if (spec.form == FilterText::Design) {
         std::printf("stopband: the text gives no stop edge\n");
     }
@@ -137,7 +141,8 @@ int runDesign(const Arguments &argv)
         std::vector<double> x(r.db.size());
         for (size_t k = 0; k < x.size(); k++)
             x[k] = fs > 0 ? r.fraction(k) * fs / 2.0 : r.fraction(k);
-        float floorDb = std::fmax(-kResponseFloorDb, std::floor(peak / 10.0f) * 10.0f - 140.0f);
+        float floorDb = std::fmax(-kResponseFloorDb,
+                                  std::floor(peak / 10.0f) * 10.0f - 140.0f);
         plotCurves(png, "tolv design: " + args.positional()[0],
                    fs > 0 ? "frequency (Hz)" : "frequency (x Nyquist)",
                    "magnitude (dB)", x, {r.db}, {"magnitude"}, floorDb);

@@ -27,7 +27,8 @@ int runFilter(const Arguments &argv)
     if (!spec.fsGiven)
         text += format(", fs=%d", reader.rate());
     else if (spec.fs != reader.rate())
-        std::fprintf(stderr, "tolv filter: note: the text's fs of %d Hz is not the "
+        std::fprintf(stderr,
+                     "tolv filter: note: the text's fs of %d Hz is not the "
                      "rate of %s (%d Hz); its edges are placed for %d Hz\n",
                      spec.fs, in.c_str(), reader.rate(), spec.fs);
     if (!spec.channelsGiven)
@@ -52,7 +53,8 @@ int runFilter(const Arguments &argv)
         int64_t got = reader.read(buffer.data(), block);
         if (got == 0)
             break;
-        TOLV_Filter(filter, buffer.data(), buffer.data(), uint32_t(got * channels));
+        TOLV_Filter(filter, buffer.data(), buffer.data(),
+                    uint32_t(got * channels));
         writer.write(buffer.data(), got);
         progress.update(writer.framesWritten());
     }

@@ -39,20 +39,25 @@ int runInfo(const Arguments &argv)
                         (long long)st.st_size);
         else
             std::printf("FFT wisdom: %s (not found; it is written when a "
-                        "process ends)\n", path.c_str());
+                        "process ends)\n",
+                        path.c_str());
     }
-    std::printf("settings: tolv.fftw.use_wisdom=%d, tolv.fftw.prepare_plans=%d, "
-                "tolv.fftw.max_plan_len=%lld\n",
-                KEELSETTINGS_GetBoolEx(nullptr, "tolv.fftw.use_wisdom=[%d]", 1),
-                KEELSETTINGS_GetBoolEx(nullptr, "tolv.fftw.prepare_plans=[%d]", 0),
-                (long long)KEELSETTINGS_GetIntEx(nullptr, "tolv.fftw.max_plan_len=[%d]", 4096));
+    std::printf(
+        "settings: tolv.fftw.use_wisdom=%d, tolv.fftw.prepare_plans=%d, "
+        "tolv.fftw.max_plan_len=%lld\n",
+        KEELSETTINGS_GetBoolEx(nullptr, "tolv.fftw.use_wisdom=[%d]", 1),
+        KEELSETTINGS_GetBoolEx(nullptr, "tolv.fftw.prepare_plans=[%d]", 0),
+        (long long)KEELSETTINGS_GetIntEx(nullptr, "tolv.fftw.max_plan_len=[%d]",
+                                         4096));
     char sndfileVersion[128];
-    sf_command(nullptr, SFC_GET_LIB_VERSION, sndfileVersion, sizeof sndfileVersion);
+    sf_command(nullptr, SFC_GET_LIB_VERSION, sndfileVersion,
+               sizeof sndfileVersion);
     std::printf("audio files: %s\n", sndfileVersion);
     std::string gnuplot = findProgram("gnuplot");
     std::printf("plots: %s\n", gnuplot.empty()
-                    ? "gnuplot not found (install it with: sudo apt-get install gnuplot-nox)"
-                    : ("gnuplot at " + gnuplot).c_str());
+                                   ? "gnuplot not found (install it with: sudo "
+                                     "apt-get install gnuplot-nox)"
+                                   : ("gnuplot at " + gnuplot).c_str());
     return 0;
 }
 

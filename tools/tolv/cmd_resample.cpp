@@ -57,26 +57,28 @@ int runResample(const Arguments &argv)
     const int channels = reader.channels();
     const int64_t g = std::gcd(int64_t(reader.rate()), int64_t(rate));
     const int64_t up = rate / g, down = reader.rate() / g;
-    if (type == "polyphase" && 2 * std::max(up, down) * order > kMaxPrototypeTaps)
+    if (type == "polyphase" &&
+        2 * std::max(up, down) * order > kMaxPrototypeTaps)
         throw Failure(format("%d Hz and %ld Hz have too small a common divisor "
                              "for the polyphase converter (it would need %lld "
                              "taps); pick a nearby rate or a lower --order",
                              reader.rate(), rate,
                              (long long)(2 * std::max(up, down) * order + 1)));
 
-    std::string config = type == "zoh" ? "type=zoh"
-                                       : format("type=polyphase, order=%ld", order);
+    std::string config =
+        type == "zoh" ? "type=zoh" : format("type=polyphase, order=%ld", order);
     Converters conv;
     takeLibraryErrors();
     {
         for (int c = 0; c < channels; c++) {
-            _TOLV_RESAMPLE *r = TOLV_ResampleInit(reader.rate(), int(rate),
-                                                  config.c_str());
+            _TOLV_RESAMPLE *r =
+                TOLV_ResampleInit(reader.rate(), int(rate), config.c_str());
             if (r)
                 conv.perChannel.push_back(r);
             std::string why = takeLibraryErrors();
             if (!r || !why.empty())
-                throw Failure(format("cannot convert %d Hz to %ld Hz", reader.rate(), rate) +
+                throw Failure(format("cannot convert %d Hz to %ld Hz",
+                                     reader.rate(), rate) +
                               (why.empty() ? "" : ": " + why));
         }
     }
@@ -87,8 +89,9 @@ int runResample(const Arguments &argv)
     const int64_t capacity = block * (up / down + 1) + 8;
     std::vector<float> frames(static_cast<size_t>(block * channels));
     std::vector<float> in1(static_cast<size_t>(block));
-    std::vector<std::vector<float>> out1(static_cast<size_t>(channels),
-                                         std::vector<float>(static_cast<size_t>(capacity)));
+    std::vector<std::vector<float>> out1(
+        static_cast<size_t>(channels),
+        std::vector<float>(static_cast<size_t>(capacity)));
     std::vector<float> interleaved(static_cast<size_t>(capacity * channels));
     AudioWriter writer(out, reader.format(), channels, int(rate),
                        args.get("--encoding", ""));
@@ -98,7 +101,8 @@ int runResample(const Arguments &argv)
             return;
         for (int c = 0; c < channels; c++)
             for (int64_t f = 0; f < count; f++)
-                interleaved[size_t(f * channels + c)] = out1[size_t(c)][size_t(f)];
+                interleaved[size_t(f * channels + c)] =
+                    out1[size_t(c)][size_t(f)];
         writer.write(interleaved.data(), count);
     };
 
@@ -131,7 +135,9 @@ int runResample(const Arguments &argv)
             out1[size_t(c)].resize(size_t(pending));
         if (int64_t(interleaved.size()) < int64_t(pending) * channels)
             interleaved.resize(size_t(pending) * channels);
-        int n = pending > 0 ? TOLV_ResampleFlushBuffersEx(r, out1[size_t(c)].data(), pending) : 0;
+        int n = pending > 0 ? TOLV_ResampleFlushBuffersEx(
+                                  r, out1[size_t(c)].data(), pending)
+                            : 0;
         flushed = c == 0 ? n : std::min(flushed, n);
     }
     emit(flushed);

@@ -57,8 +57,8 @@ struct Peak {
     double hz;
     float db;
 };
-std::vector<Peak> peaks(const std::vector<float> &db, double binHz, float floorDb,
-                        size_t count)
+std::vector<Peak> peaks(const std::vector<float> &db, double binHz,
+                        float floorDb, size_t count)
 {
     std::vector<Peak> found;
     for (size_t k = 1; k + 1 < db.size(); k++) {
@@ -67,7 +67,8 @@ std::vector<Peak> peaks(const std::vector<float> &db, double binHz, float floorD
         double a = db[k - 1], b = db[k], c = db[k + 1];
         double denom = a - 2 * b + c;
         double offset = denom != 0 ? 0.5 * (a - c) / denom : 0.0;
-        found.push_back({(double(k) + offset) * binHz, float(b - 0.25 * (a - c) * offset)});
+        found.push_back(
+            {(double(k) + offset) * binHz, float(b - 0.25 * (a - c) * offset)});
     }
     std::sort(found.begin(), found.end(),
               [](const Peak &x, const Peak &y) { return x.db > y.db; });
@@ -76,8 +77,8 @@ std::vector<Peak> peaks(const std::vector<float> &db, double binHz, float floorD
     return found;
 }
 
-void writeCsv(const std::string &path, const std::vector<std::vector<float>> &db,
-              double binHz)
+void writeCsv(const std::string &path,
+              const std::vector<std::vector<float>> &db, double binHz)
 {
     int fd = -1;
     std::string temp = makeTemporary(path, &fd);
@@ -107,8 +108,8 @@ void writeCsv(const std::string &path, const std::vector<std::vector<float>> &db
 
 int runSpectrum(const Arguments &argv)
 {
-    Args args(argv, {{"--window", "--size", "--hop", "--range", "--csv", "--plot",
-                      "--spectrogram"},
+    Args args(argv, {{"--window", "--size", "--hop", "--range", "--csv",
+                      "--plot", "--spectrogram"},
                      {}});
     if (args.positional().size() != 1)
         throw UsageError("needs one input file");
@@ -118,7 +119,8 @@ int runSpectrum(const Arguments &argv)
     const long size = parseInteger(args.get("--size", "2048"), "--size");
     if (size < 16 || size > (1 << 20) || size % 2)
         throw UsageError("--size must be even, from 16 to 1048576");
-    const long hop = parseInteger(args.get("--hop", std::to_string(size / 2)), "--hop");
+    const long hop =
+        parseInteger(args.get("--hop", std::to_string(size / 2)), "--hop");
     if (hop < 1 || hop > size)
         throw UsageError("--hop must be from 1 to the frame size");
     const double range = parseReal(args.get("--range", "120"), "--range");
@@ -130,7 +132,8 @@ int runSpectrum(const Arguments &argv)
     const size_t bins = size_t(H) + 1;
     const double binHz = double(reader.rate()) / N;
 
-    AlignedFloats window = alignedFloats(size_t(N)), frame = alignedFloats(size_t(N));
+    AlignedFloats window = alignedFloats(size_t(N)),
+                  frame = alignedFloats(size_t(N));
     TOLV_CreateWindow(type, window.get(), N);
     const double windowMean = TOLV_GetWindowNormFactor(window.get(), N);
     _TOLV_FFTPROC *fft = TOLV_FFTProcCreate(N);
@@ -142,13 +145,15 @@ int runSpectrum(const Arguments &argv)
     const bool picture = args.has("--spectrogram");
     const int64_t expectedFrames =
         reader.frames() < N ? 1 : (reader.frames() - N) / hop + 1;
-    const int64_t framesPerColumn = std::max<int64_t>(1, (expectedFrames + 1999) / 2000);
+    const int64_t framesPerColumn =
+        std::max<int64_t>(1, (expectedFrames + 1999) / 2000);
     const size_t binsPerRow = (bins + 1023) / 1024;
     const size_t rows = (bins + binsPerRow - 1) / binsPerRow;
     std::vector<float> picturePower, columnPower(picture ? rows : 0, 0.0f);
     int64_t inColumn = 0;
 
-    std::vector<std::vector<double>> sum(size_t(channels), std::vector<double>(bins, 0.0));
+    std::vector<std::vector<double>> sum(size_t(channels),
+                                         std::vector<double>(bins, 0.0));
     std::vector<float> history; /* interleaved frames not yet dropped */
     std::vector<float> block(size_t(8192) * channels);
     int64_t analysed = 0;
@@ -168,7 +173,8 @@ int runSpectrum(const Arguments &argv)
         }
         analysed++;
         if (picture && ++inColumn == framesPerColumn) {
-            picturePower.insert(picturePower.end(), columnPower.begin(), columnPower.end());
+            picturePower.insert(picturePower.end(), columnPower.begin(),
+                                columnPower.end());
             std::fill(columnPower.begin(), columnPower.end(), 0.0f);
             inColumn = 0;
         }
@@ -178,14 +184,16 @@ int runSpectrum(const Arguments &argv)
         int64_t got = reader.read(block.data(), 8192);
         if (got == 0)
             break;
-        history.insert(history.end(), block.begin(), block.begin() + got * channels);
+        history.insert(history.end(), block.begin(),
+                       block.begin() + got * channels);
         size_t have = history.size() / size_t(channels);
         while (offset + size_t(N) <= have) {
             analyse(&history[offset * size_t(channels)]);
             offset += size_t(hop);
         }
         size_t drop = std::min(offset, have);
-        history.erase(history.begin(), history.begin() + long(drop * size_t(channels)));
+        history.erase(history.begin(),
+                      history.begin() + long(drop * size_t(channels)));
         offset -= drop;
         progress.update(analysed * hop);
     }
@@ -198,11 +206,12 @@ int runSpectrum(const Arguments &argv)
     TOLV_DestroyComplexVector(scratch);
     TOLV_FFTProcDestroy(fft);
 
-    std::printf("%s: %lld frames, %d channel%s at %d Hz; %lld analysis frame%s of %d "
-                "(%s window, hop %ld), %.3f Hz per bin\n",
-                in.c_str(), (long long)reader.frames(), channels,
-                channels == 1 ? "" : "s", reader.rate(), (long long)analysed,
-                analysed == 1 ? "" : "s", N, TOLV_GetWindowName(type), hop, binHz);
+    std::printf(
+        "%s: %lld frames, %d channel%s at %d Hz; %lld analysis frame%s of %d "
+        "(%s window, hop %ld), %.3f Hz per bin\n",
+        in.c_str(), (long long)reader.frames(), channels,
+        channels == 1 ? "" : "s", reader.rate(), (long long)analysed,
+        analysed == 1 ? "" : "s", N, TOLV_GetWindowName(type), hop, binHz);
     std::vector<std::vector<float>> db;
     std::vector<float> mean(bins);
     for (int c = 0; c < channels; c++) {
@@ -211,13 +220,15 @@ int runSpectrum(const Arguments &argv)
         db.push_back(toDb(mean.data(), bins, N, windowMean, range));
         std::vector<Peak> top = peaks(db.back(), binHz, float(-range), 3);
         if (top.empty()) {
-            std::printf("channel %d: no peak above the floor of -%g dB\n", c + 1, range);
+            std::printf("channel %d: no peak above the floor of -%g dB\n",
+                        c + 1, range);
             continue;
         }
-        std::printf("channel %d: peak %.2f dB at %.1f Hz", c + 1, top[0].db, top[0].hz);
+        std::printf("channel %d: peak %.2f dB at %.1f Hz", c + 1, top[0].db,
+                    top[0].hz);
         for (size_t i = 1; i < top.size(); i++)
-            std::printf("%s %.2f dB at %.1f Hz", i == 1 ? "; next" : ",", top[i].db,
-                        top[i].hz);
+            std::printf("%s %.2f dB at %.1f Hz", i == 1 ? "; next" : ",",
+                        top[i].db, top[i].hz);
         std::printf("\n");
     }
     if (args.has("--csv")) {
@@ -231,8 +242,9 @@ int runSpectrum(const Arguments &argv)
             x[k] = double(k) * binHz;
         for (int c = 0; c < channels; c++)
             names.push_back("channel " + std::to_string(c + 1));
-        plotCurves(args.get("--plot", ""), "tolv spectrum: " + in, "frequency (Hz)",
-                   "level (dB re full-scale sine)", x, db, names, -range);
+        plotCurves(args.get("--plot", ""), "tolv spectrum: " + in,
+                   "frequency (Hz)", "level (dB re full-scale sine)", x, db,
+                   names, -range);
         std::printf("plot: %s\n", args.get("--plot", "").c_str());
     }
     if (picture && plotAvailable("the spectrogram")) {
@@ -240,18 +252,22 @@ int runSpectrum(const Arguments &argv)
             // The last column holds fewer frames: its mean over those.
             for (float &p : columnPower)
                 p *= float(framesPerColumn) / float(inColumn);
-            picturePower.insert(picturePower.end(), columnPower.begin(), columnPower.end());
+            picturePower.insert(picturePower.end(), columnPower.begin(),
+                                columnPower.end());
         }
         const size_t columns = picturePower.size() / rows;
         std::vector<float> levels;
         for (size_t col = 0; col < columns; col++) {
-            std::vector<float> d = toDb(&picturePower[col * rows], rows, N,
-                                        windowMean, range);
+            std::vector<float> d =
+                toDb(&picturePower[col * rows], rows, N, windowMean, range);
             levels.insert(levels.end(), d.begin(), d.end());
         }
-        const double seconds = double(columns * framesPerColumn * hop) / reader.rate();
-        plotImage(args.get("--spectrogram", ""), "tolv spectrogram (channel average): " + in, levels,
-                  int(columns), int(rows), seconds, reader.rate() / 2.0, -range);
+        const double seconds =
+            double(columns * framesPerColumn * hop) / reader.rate();
+        plotImage(args.get("--spectrogram", ""),
+                  "tolv spectrogram (channel average): " + in, levels,
+                  int(columns), int(rows), seconds, reader.rate() / 2.0,
+                  -range);
         std::printf("spectrogram: %s\n", args.get("--spectrogram", "").c_str());
     }
     return 0;

@@ -35,7 +35,8 @@ void pump(Channel &ch, float speed, std::vector<float> &scratch)
         }
         int made = TOLV_SolafsOutputData(ch.engine, 0, scratch.data(),
                                          int(scratch.size()));
-        ch.ready.insert(ch.ready.end(), scratch.begin(), scratch.begin() + made);
+        ch.ready.insert(ch.ready.end(), scratch.begin(),
+                        scratch.begin() + made);
         if (taken == 0 && made == 0)
             return;
     }
@@ -65,7 +66,8 @@ int runStretch(const Arguments &argv)
     const int64_t frame = (int64_t(frameMs) * rate / 1000) & ~int64_t(7);
     if (frameMs < 1 || frame < 16 || 9 * frame >= 2 * int64_t(rate))
         throw UsageError(format("--frame-ms must give from 16 frames to under "
-                                "2/9 of a second at %d Hz", rate));
+                                "2/9 of a second at %d Hz",
+                                rate));
 
     const int64_t expected = std::llround(double(reader.frames()) / speed);
     std::vector<Channel> chans(static_cast<size_t>(channels));
@@ -84,7 +86,8 @@ int runStretch(const Arguments &argv)
         size_t count = chans[0].ready.size();
         for (const Channel &ch : chans)
             count = std::min(count, ch.ready.size());
-        count = size_t(std::min<int64_t>(int64_t(count), expected - writer.framesWritten()));
+        count = size_t(std::min<int64_t>(int64_t(count),
+                                         expected - writer.framesWritten()));
         if (count == 0)
             return;
         interleaved.resize(count * size_t(channels));

@@ -34,9 +34,9 @@ int typeCodeOf(const std::string &type)
     static const struct {
         const char *keyword;
         int code;
-    } types[] = {{"lowpass", 0},    {"lp", 0}, {"highpass", 1}, {"hp", 1},
-                 {"bandpass", 2},   {"bp", 2}, {"bandreject", 3}, {"br", 3},
-                 {"bandstop", 3},   {"bs", 3}};
+    } types[] = {{"lowpass", 0},  {"lp", 0}, {"highpass", 1},   {"hp", 1},
+                 {"bandpass", 2}, {"bp", 2}, {"bandreject", 3}, {"br", 3},
+                 {"bandstop", 3}, {"bs", 3}};
     for (const auto &t : types)
         if (type == t.keyword)
             return t.code;
@@ -60,8 +60,8 @@ FilterText readFilterText(const std::string &text)
         columns == 5) {
         f.form = FilterText::Sections;
         f.biquads.assign(size_t(rows) * 5, 0.0);
-        KEELSTRING_GetDoubleMatrixValuesFromString(t, "biquads", f.biquads.data(),
-                                                   rows, 5);
+        KEELSTRING_GetDoubleMatrixValuesFromString(t, "biquads",
+                                                   f.biquads.data(), rows, 5);
         return f;
     }
     int denCount = 0;
@@ -72,8 +72,8 @@ FilterText readFilterText(const std::string &text)
         f.denominator.assign(size_t(denCount), 0.0);
         KEELSTRING_GetDoubleVectorValuesFromString(t, "numerator",
                                                    f.numerator.data(), count);
-        KEELSTRING_GetDoubleVectorValuesFromString(t, "denominator",
-                                                   f.denominator.data(), denCount);
+        KEELSTRING_GetDoubleVectorValuesFromString(
+            t, "denominator", f.denominator.data(), denCount);
         return f;
     }
     f.form = FilterText::Design;
@@ -81,9 +81,11 @@ FilterText readFilterText(const std::string &text)
     f.approximation = word(text, "approximation", "butterworth");
     f.Ap = real(text, "Ap", 3.0f);
     f.As = real(text, "As", -1.0f);
-    float fpass = real(text, "fpass", -1.0f), fstop = real(text, "fstop", -1.0f);
+    float fpass = real(text, "fpass", -1.0f),
+          fstop = real(text, "fstop", -1.0f);
     double edges[4] = {real(text, "fpass1", fpass), real(text, "fpass2", -1.0f),
-                       real(text, "fstop1", fstop), real(text, "fstop2", -1.0f)};
+                       real(text, "fstop1", fstop),
+                       real(text, "fstop2", -1.0f)};
     // Edges in Hz become fractions of Nyquist; without fs they already are.
     for (double &e : edges)
         if (f.fs > 0 && e >= 0)
@@ -102,7 +104,9 @@ int explicitOrder(const FilterText &f)
     int order = 0;
     for (size_t i = 0; i + 5 <= f.biquads.size(); i += 5) {
         const double *r = &f.biquads[i]; // a1 a2 b0 b1 b2
-        order += (r[1] != 0 || r[4] != 0) ? 2 : (r[0] != 0 || r[3] != 0) ? 1 : 0;
+        order += (r[1] != 0 || r[4] != 0)   ? 2
+                 : (r[0] != 0 || r[3] != 0) ? 1
+                                            : 0;
     }
     return order;
 }
@@ -112,13 +116,18 @@ std::vector<Band> passBands(const FilterText &f)
     if (f.form != FilterText::Design || f.p1 <= 0)
         return {};
     switch (f.typeCode) {
-    case 0: return {{0.0, f.p1}};
-    case 1: return {{f.p1, 1.0}};
-    case 2: return f.p2 > f.p1 ? std::vector<Band>{{f.p1, f.p2}} : std::vector<Band>{};
+    case 0:
+        return {{0.0, f.p1}};
+    case 1:
+        return {{f.p1, 1.0}};
+    case 2:
+        return f.p2 > f.p1 ? std::vector<Band>{{f.p1, f.p2}}
+                           : std::vector<Band>{};
     case 3:
         return f.p2 > f.p1 ? std::vector<Band>{{0.0, f.p1}, {f.p2, 1.0}}
                            : std::vector<Band>{};
-    default: return {};
+    default:
+        return {};
     }
 }
 
@@ -145,7 +154,8 @@ std::vector<Band> stopBands(const FilterText &f)
 
 const char *typeName(int code)
 {
-    static const char *names[] = {"lowpass", "highpass", "bandpass", "band-reject"};
+    static const char *names[] = {"lowpass", "highpass", "bandpass",
+                                  "band-reject"};
     return code >= 0 && code < 4 ? names[code] : "unknown";
 }
 

@@ -44,7 +44,8 @@ const Command kCommands[] = {
      "Filters IN into OUT with the filter of the text SPEC. The sampling\n"
      "rate (fs) and the channel count come from IN unless SPEC gives them.\n"
      "\n"
-     "  --encoding ENC   pcm16, pcm24, pcm32, float or double (default: as IN)\n"
+     "  --encoding ENC   pcm16, pcm24, pcm32, float or double (default: as "
+     "IN)\n"
      "\n"
      "example:\n"
      "  tolv filter speech.wav low.wav 'type=lowpass, fpass=3000, order=6'\n",
@@ -62,7 +63,8 @@ const Command kCommands[] = {
      "                   96000 Hz)\n"
      "  --order N        polyphase half-length in units of the rate ratio\n"
      "                   (default 30)\n"
-     "  --encoding ENC   pcm16, pcm24, pcm32, float or double (default: as IN)\n"
+     "  --encoding ENC   pcm16, pcm24, pcm32, float or double (default: as "
+     "IN)\n"
      "\n"
      "example:\n"
      "  tolv resample take.wav take48.wav --rate 48000\n",
@@ -75,7 +77,8 @@ const Command kCommands[] = {
      "\n"
      "  --speed S        speed factor, above 0 and at most 3\n"
      "  --frame-ms MS    analysis frame in milliseconds (default 20)\n"
-     "  --encoding ENC   pcm16, pcm24, pcm32, float or double (default: as IN)\n"
+     "  --encoding ENC   pcm16, pcm24, pcm32, float or double (default: as "
+     "IN)\n"
      "\n"
      "example:\n"
      "  tolv stretch lecture.flac faster.flac --speed 1.25\n",
@@ -98,7 +101,8 @@ const Command kCommands[] = {
      "  --spectrogram FILE.png  draw level over time and frequency\n"
      "\n"
      "example:\n"
-     "  tolv spectrum tone.wav --window Blackman-Harris --size 8192 --csv s.csv\n",
+     "  tolv spectrum tone.wav --window Blackman-Harris --size 8192 --csv "
+     "s.csv\n",
      runSpectrum},
     {"delay", "estimate the delay of one file against another",
      "usage: tolv delay A B [--max-seconds S]\n"
@@ -123,8 +127,9 @@ void printUsage(const Command &command)
 
 static void printOverview()
 {
-    std::printf("usage: tolv COMMAND [ARGS]  (tolv COMMAND --help for details)\n\n"
-                "commands:\n");
+    std::printf(
+        "usage: tolv COMMAND [ARGS]  (tolv COMMAND --help for details)\n\n"
+        "commands:\n");
     for (const cli::Command &c : cli::kCommands)
         std::printf("  %-9s %s\n", c.name, c.summary);
     std::printf("\n%s\n", TOLVVERSION_String());
@@ -132,7 +137,8 @@ static void printOverview()
 
 int main(int argc, char **argv)
 {
-    if (argc < 2 || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h")) {
+    if (argc < 2 || !std::strcmp(argv[1], "--help") ||
+        !std::strcmp(argv[1], "-h")) {
         printOverview();
         return argc < 2 ? 2 : 0;
     }

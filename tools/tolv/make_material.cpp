@@ -52,8 +52,10 @@ std::vector<float> material(int64_t frames)
         const double t = double(n) / kRate;
         // The chirp's phase integrates its exponentially rising frequency
         // f0 * exp(k t), which reaches f1 at the last frame.
-        const double chirp = std::sin(2.0 * pi * f0 * (std::exp(k * t) - 1.0) / k);
-        const double gain = std::fmin(1.0, std::fmin(double(n), double(frames - 1 - n)) / fade);
+        const double chirp =
+            std::sin(2.0 * pi * f0 * (std::exp(k * t) - 1.0) / k);
+        const double gain =
+            std::fmin(1.0, std::fmin(double(n), double(frames - 1 - n)) / fade);
         const double left = 0.25 * std::sin(2 * pi * 440 * t) +
                             0.15 * std::sin(2 * pi * 5000 * t) + 0.2 * chirp;
         const double right = 0.25 * std::sin(2 * pi * 1000 * t) + 0.2 * chirp;
@@ -77,7 +79,8 @@ std::vector<float> delayed(const std::vector<float> &x, int64_t delay)
     return y;
 }
 
-bool write(const std::string &path, const std::vector<float> &x, const char *note)
+bool write(const std::string &path, const std::vector<float> &x,
+           const char *note)
 {
     SF_INFO info{};
     info.channels = kChannels;
@@ -85,19 +88,20 @@ bool write(const std::string &path, const std::vector<float> &x, const char *not
     info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
     SNDFILE *f = sf_open(path.c_str(), SFM_WRITE, &info);
     if (!f) {
-        std::fprintf(stderr, "tolv_make_material: cannot write %s: %s\n", path.c_str(),
-                     sf_strerror(nullptr));
+        std::fprintf(stderr, "tolv_make_material: cannot write %s: %s\n",
+                     path.c_str(), sf_strerror(nullptr));
         return false;
     }
     const sf_count_t frames = sf_count_t(x.size() / kChannels);
     bool ok = sf_writef_float(f, x.data(), frames) == frames;
     ok = sf_close(f) == 0 && ok;
     if (!ok) {
-        std::fprintf(stderr, "tolv_make_material: error writing %s\n", path.c_str());
+        std::fprintf(stderr, "tolv_make_material: error writing %s\n",
+                     path.c_str());
         return false;
     }
-    std::printf("%s: %lld frames, %d channels at %d Hz%s\n", path.c_str(), (long long)frames,
-                kChannels, kRate, note);
+    std::printf("%s: %lld frames, %d channels at %d Hz%s\n", path.c_str(),
+                (long long)frames, kChannels, kRate, note);
     return true;
 }
 
@@ -109,14 +113,15 @@ bool make_dirs(const std::string &dir)
             continue;
         const std::string part = dir.substr(0, at);
         if (mkdir(part.c_str(), 0777) != 0 && errno != EEXIST) {
-            std::fprintf(stderr, "tolv_make_material: cannot create %s: %s\n", part.c_str(),
-                         std::strerror(errno));
+            std::fprintf(stderr, "tolv_make_material: cannot create %s: %s\n",
+                         part.c_str(), std::strerror(errno));
             return false;
         }
     }
     struct stat st;
     if (stat(dir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
-        std::fprintf(stderr, "tolv_make_material: %s is not a folder\n", dir.c_str());
+        std::fprintf(stderr, "tolv_make_material: %s is not a folder\n",
+                     dir.c_str());
         return false;
     }
     return true;
@@ -133,7 +138,8 @@ bool make_dirs(const std::string &dir)
 int main(int argc, char **argv)
 {
     if (argc < 2 || argv[1][0] == '-') {
-        std::fprintf(stderr, "usage: tolv_make_material OUTDIR [--seconds S] [--delay FRAMES]\n");
+        std::fprintf(stderr, "usage: tolv_make_material OUTDIR [--seconds S] "
+                             "[--delay FRAMES]\n");
         return 2;
     }
     const std::string dir = argv[1];
@@ -142,11 +148,13 @@ int main(int argc, char **argv)
     for (int i = 2; i < argc; i += 2) {
         const bool is_seconds = !std::strcmp(argv[i], "--seconds");
         if (!is_seconds && std::strcmp(argv[i], "--delay")) {
-            std::fprintf(stderr, "tolv_make_material: unknown option %s\n", argv[i]);
+            std::fprintf(stderr, "tolv_make_material: unknown option %s\n",
+                         argv[i]);
             return 2;
         }
         if (i + 1 >= argc) {
-            std::fprintf(stderr, "tolv_make_material: %s needs a value\n", argv[i]);
+            std::fprintf(stderr, "tolv_make_material: %s needs a value\n",
+                         argv[i]);
             return 2;
         }
         const char *value = argv[i + 1];
@@ -154,18 +162,23 @@ int main(int argc, char **argv)
         if (is_seconds) {
             seconds = std::strtod(value, &end);
             if (!*value || *end || !(seconds > 0.0 && seconds <= kMaxSeconds))
-                usage_error("--seconds must be a number above 0 and at most 3600", value);
+                usage_error(
+                    "--seconds must be a number above 0 and at most 3600",
+                    value);
         } else {
             errno = 0;
             delay = std::strtoll(value, &end, 10);
             if (!*value || *end || errno || delay < 0)
-                usage_error("--delay must be a whole number of frames, 0 or more", value);
+                usage_error(
+                    "--delay must be a whole number of frames, 0 or more",
+                    value);
         }
     }
     const int64_t frames = std::llround(seconds * kRate);
     if (delay >= frames) {
         std::fprintf(stderr,
-                     "tolv_make_material: a delay of %lld frames leaves nothing of %lld frames\n",
+                     "tolv_make_material: a delay of %lld frames leaves "
+                     "nothing of %lld frames\n",
                      delay, (long long)frames);
         return 2;
     }
@@ -174,8 +187,8 @@ int main(int argc, char **argv)
 
     const std::vector<float> x = material(frames);
     char note[96];
-    std::snprintf(note, sizeof note, ", delayed by %lld frames (%.3f ms)", delay,
-                  1000.0 * double(delay) / kRate);
+    std::snprintf(note, sizeof note, ", delayed by %lld frames (%.3f ms)",
+                  delay, 1000.0 * double(delay) / kRate);
     if (!write(dir + "/material.wav", x, "") ||
         !write(dir + "/material-delayed.wav", delayed(x, delay), note))
         return 1;

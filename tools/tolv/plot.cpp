@@ -53,10 +53,13 @@ void runGnuplot(const std::string &png, const std::string &body)
     int fd = -1;
     std::string temp = makeTemporary(png, &fd);
     close(fd);
-    std::string script = "set terminal pngcairo size 1000,600 noenhanced font ',10'\n"
-                         "set output " + quoted(temp) + "\n" + body;
+    std::string script =
+        "set terminal pngcairo size 1000,600 noenhanced font ',10'\n"
+        "set output " +
+        quoted(temp) + "\n" + body;
     FILE *pipe = popen("gnuplot 2>&1", "w");
-    bool ok = pipe && std::fwrite(script.data(), 1, script.size(), pipe) == script.size();
+    bool ok = pipe && std::fwrite(script.data(), 1, script.size(), pipe) ==
+                          script.size();
     int status = pipe ? pclose(pipe) : -1;
     if (!ok || status != 0 || rename(temp.c_str(), png.c_str()) != 0) {
         unlink(temp.c_str());
@@ -84,16 +87,16 @@ void plotCurves(const std::string &png, const std::string &title,
         std::fputc('\n', f);
     }
     std::fclose(f);
-    std::string body = "set title " + quoted(title) + "\n" +
-                       "set xlabel " + quoted(xlabel) + "\n" +
-                       "set ylabel " + quoted(ylabel) + "\n" +
-                       "set grid\nset key bottom left\n" +
-                       format("set xrange [%g:%g]\nset yrange [%g:*]\n", x.front(),
-                              x.back(), yFloor) +
+    std::string body = "set title " + quoted(title) + "\n" + "set xlabel " +
+                       quoted(xlabel) + "\n" + "set ylabel " + quoted(ylabel) +
+                       "\n" + "set grid\nset key bottom left\n" +
+                       format("set xrange [%g:%g]\nset yrange [%g:*]\n",
+                              x.front(), x.back(), yFloor) +
                        "plot ";
     for (size_t c = 0; c < curves.size(); c++)
         body += (c ? ", " : "") + quoted(data.path) +
-                format(" using 1:%zu with lines title ", c + 2) + quoted(names[c]);
+                format(" using 1:%zu with lines title ", c + 2) +
+                quoted(names[c]);
     runGnuplot(png, body + "\n");
 }
 
@@ -108,7 +111,8 @@ void plotImage(const std::string &png, const std::string &title,
         for (int r = 0; r < rows; r++)
             byRow[size_t(r) * columns + c] = levels[size_t(c) * rows + r];
     FILE *f = std::fopen(data.path.c_str(), "wb");
-    if (!f || std::fwrite(byRow.data(), sizeof(float), byRow.size(), f) != byRow.size()) {
+    if (!f || std::fwrite(byRow.data(), sizeof(float), byRow.size(), f) !=
+                  byRow.size()) {
         if (f)
             std::fclose(f);
         throw Failure("cannot write the plot data beside " + png);

@@ -43,12 +43,13 @@ std::vector<float> impulseResponse(const std::string &text, int channels,
  * section's newest state to the output, one silent frame of the twin reads
  * that state w[n]. With the filter fed noise, y[n] = b0 w[n] + b1 w[n-1] +
  * b2 w[n-2] is then solved for the b by least squares. */
-bool lastSectionIsSecondOrder(const std::string &text, int channels, int sections)
+bool lastSectionIsSecondOrder(const std::string &text, int channels,
+                              int sections)
 {
     const int frames = 64;
     FilterHandle filter(text), twin(text);
     std::vector<double> readout(size_t(5) * sections, 0.0); // a1 a2 b0 b1 b2
-    readout[size_t(5) * (sections - 1) + 3] = 1.0;             // b1 of the last
+    readout[size_t(5) * (sections - 1) + 3] = 1.0;          // b1 of the last
     TOLV_UpdateFilterBiquads(twin.f, uint32_t(sections), readout.data());
     std::vector<float> frame(static_cast<size_t>(channels)), silence(frame);
     std::vector<double> y(frames), w(frames);
@@ -58,7 +59,8 @@ bool lastSectionIsSecondOrder(const std::string &text, int channels, int section
         // answer an impulse with a geometric run, and the three columns of
         // the fit would then be proportional.
         noise = noise * 1664525u + 1013904223u;
-        std::fill(frame.begin(), frame.end(), float(noise >> 8) / 16777216.0f - 0.5f);
+        std::fill(frame.begin(), frame.end(),
+                  float(noise >> 8) / 16777216.0f - 0.5f);
         TOLV_Filter(filter.f, frame.data(), frame.data(), uint32_t(channels));
         y[size_t(n)] = frame[0];
         TOLV_CopyFilterMemories(twin.f, filter.f);
@@ -69,14 +71,15 @@ bool lastSectionIsSecondOrder(const std::string &text, int channels, int section
     // Normal equations of the three-tap fit, solved by Cramer's rule.
     double m[3][3] = {}, v[3] = {};
     for (int n = 2; n < frames; n++) {
-        const double row[3] = {w[size_t(n)], w[size_t(n) - 1], w[size_t(n) - 2]};
+        const double row[3] = {w[size_t(n)], w[size_t(n) - 1],
+                               w[size_t(n) - 2]};
         for (int i = 0; i < 3; i++) {
             v[i] += row[i] * y[size_t(n)];
             for (int j = 0; j < 3; j++)
                 m[i][j] += row[i] * row[j];
         }
     }
-    auto det = [](const double (&a)[3][3]) {
+    auto det = [](const double(&a)[3][3]) {
         return a[0][0] * (a[1][1] * a[2][2] - a[1][2] * a[2][1]) -
                a[0][1] * (a[1][0] * a[2][2] - a[1][2] * a[2][0]) +
                a[0][2] * (a[1][0] * a[2][1] - a[1][1] * a[2][0]);
@@ -117,7 +120,8 @@ std::vector<double> Response::crossings(float level) const
     for (size_t k = 0; k + 1 < db.size(); k++) {
         double a = db[k] - level, b = db[k + 1] - level;
         if ((a < 0) != (b < 0))
-            points.push_back(fraction(k) + (fraction(k + 1) - fraction(k)) * a / (a - b));
+            points.push_back(fraction(k) +
+                             (fraction(k + 1) - fraction(k)) * a / (a - b));
     }
     return points;
 }
