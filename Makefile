@@ -8,7 +8,7 @@ JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 PREFIX     ?= /usr/local
 CMAKE_ARGS ?=
 
-.PHONY: all deps build test test-asan test-tsan fuzz demo install bench clean
+.PHONY: all deps build test test-asan test-tsan fuzz demo install bench clean format format-check
 
 all: build
 
@@ -65,6 +65,15 @@ bench:
 	cmake -S . -B $(BUILD) -DTOLV_BENCHMARKS=ON
 	cmake --build $(BUILD) -j $(JOBS)
 	@for b in $(BUILD)/bench/*_bench; do echo "== $$b"; $$b; done
+
+# One layout for every C and C++ source (.clang-format); CI runs the check.
+FORMAT_FILES = git ls-files '*.c' '*.cpp' '*.h' '*.inc'
+format:
+	$(FORMAT_FILES) | xargs clang-format-14 -i --style=file
+
+format-check:
+	@./scripts/deps.sh format
+	$(FORMAT_FILES) | xargs clang-format-14 --dry-run --Werror --style=file
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD)

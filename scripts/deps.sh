@@ -1,7 +1,8 @@
 #!/bin/sh
 # Installs the Debian packages a target needs, only when one is missing, so
 # repeated runs stay fast. Needs root (or sudo) the first time on a fresh
-# machine. Usage: deps.sh [group ...], groups: build (default), bench, fuzz.
+# machine. Usage: deps.sh [group ...], groups: build (default), bench, fuzz,
+# format.
 set -e
 groups="${*:-build}"
 pkgs="cmake g++ make pkg-config libgtest-dev libbenchmark-dev libfftw3-dev libkissfft-dev libwebrtc-audio-processing-dev libsndfile1-dev"
@@ -12,6 +13,8 @@ for g in $groups; do
     bench) pkgs="$pkgs libsamplerate0-dev libsoxr-dev libliquid-dev libsoundtouch-dev" ;;
     # libFuzzer and the sanitizer runtimes of the fuzz build.
     fuzz) pkgs="$pkgs clang-14 libclang-rt-14-dev" ;;
+    # The layout check of every source.
+    format) pkgs="$pkgs clang-format-14" ;;
     *) echo "deps.sh: unknown group $g" >&2; exit 2 ;;
     esac
 done
