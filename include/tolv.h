@@ -941,9 +941,10 @@ TOLV_API void TOLV_FMCLTCDTiv(_TOLV_FMCLTPROC *proc, float *block);
  * sampleRate / 1000 rounded down to a multiple of 8 (880 for 20 ms at
  * 44100 Hz); output comes in whole blocks of W / 2 frames. A block needs
  * more than 3.5 W frames accepted ahead of the analysis position, so the
- * first block needs more than 3.5 W input frames, and about 4 W wait inside
- * at any time; the engine has no end of stream (feed silence to get the
- * tail out). Input, output and cursor calls allocate nothing, take no lock
+ * first block comes with input frame floor(3.5 W) + 1 (3081 at 20 ms and
+ * 44100 Hz), and at speed 1 from 3 W + 1 to 3.5 W frames wait inside once
+ * output has begun; the engine has no end of stream (feed silence to get
+ * the tail out). Input, output and cursor calls allocate nothing, take no lock
  * and write nothing; one object belongs to one thread at a time. Nothing is
  * validated and nothing is reported.
  * @{ */
