@@ -302,6 +302,9 @@ TEST_F(RealTime, SpectralFamiliesAfterSetUp)
                                120.0);
          },
          [&] { return ok == 1 && Floats(db)[3] > -120.0f; }},
+        {"TOLV_CreatePreEmphAdjust", nullptr,
+         [&] { ok = TOLV_CreatePreEmphAdjust(Floats(curve), N, 0.97); },
+         [&] { return ok == 1 && Floats(curve)[N / 2] > 1.9f; }},
         {"TOLV_ComplexVectorMultiply", nullptr,
          [&] {
              ok = TOLV_ComplexVectorMultiply(spectrum, other, product,
