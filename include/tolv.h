@@ -17,8 +17,9 @@
  *   constructor that failed; a count where the caller needs one. No call
  *   sets a global error. Messages (their texts quoted below) go through the
  *   base library's message handler (KEELDEBUG_SetMessageHandler in keel.h),
- *   with the code -1; none ends the process except the two resampler cases
- *   stated at TOLV_Resample and TOLV_ResampleFlushBuffersEx.
+ *   with the code -1; none ends the process except the resampler cases
+ *   stated at TOLV_ResampleInit, TOLV_Resample and
+ *   TOLV_ResampleFlushBuffersEx.
  * - Samples are 32-bit floats; a count is of samples (floats) or of frames
  *   (one sample per channel at one instant), as each call says.
  * - Threads: all work runs on the caller's thread inside the call. An object
@@ -597,7 +598,9 @@ TOLV_API double TOLV_XcorrCoef(const float *a, int lengthA, const float *b,
  *   (truncated to whole Hz), or as fractions of Nyquist without it; "gain"
  *   (linear, default 1).
  *
- * A design is a cascade of ceil(order / 2) sections, gain spread evenly.
+ * A design is a cascade of ceil(n / 2) sections, n being the final order
+ * (the prototype's for lowpass and highpass, twice it for the band types),
+ * with the gain spread evenly.
  * Refusals return NULL; those with a message:
  * "TOLV_CreateFilter: If you want to specify frequencies in Hz, you must
  * specify a sampling frequency." (an edge of 1 or more without "fs"),
