@@ -8,7 +8,7 @@ JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 PREFIX     ?= /usr/local
 CMAKE_ARGS ?=
 
-.PHONY: all deps build test test-asan test-tsan fuzz demo install bench clean format format-check
+.PHONY: all deps build test test-asan test-tsan fuzz demo install bench docs clean format format-check
 
 all: build
 
@@ -65,6 +65,13 @@ bench:
 	cmake -S . -B $(BUILD) -DTOLV_BENCHMARKS=ON
 	cmake --build $(BUILD) -j $(JOBS)
 	@for b in $(BUILD)/bench/*_bench; do echo "== $$b"; $$b; done
+
+# HTML reference of include/tolv.h and the hosts guide, in $(BUILD)/docs/html;
+# any undocumented declaration or parameter is an error.
+docs:
+	@./scripts/deps.sh docs
+	mkdir -p $(BUILD)/docs
+	(cat docs/Doxyfile; echo "OUTPUT_DIRECTORY=$(BUILD)/docs") | doxygen -
 
 # One layout for every C and C++ source (.clang-format); CI runs the check.
 FORMAT_FILES = git ls-files '*.c' '*.cpp' '*.h' '*.inc'

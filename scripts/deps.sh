@@ -2,7 +2,7 @@
 # Installs the Debian packages a target needs, only when one is missing, so
 # repeated runs stay fast. Needs root (or sudo) the first time on a fresh
 # machine. Usage: deps.sh [group ...], groups: build (default), bench, fuzz,
-# format.
+# format, docs.
 set -e
 groups="${*:-build}"
 pkgs="cmake g++ make pkg-config libgtest-dev libbenchmark-dev libfftw3-dev libkissfft-dev libwebrtc-audio-processing-dev libsndfile1-dev"
@@ -15,6 +15,8 @@ for g in $groups; do
     fuzz) pkgs="$pkgs clang-14 libclang-rt-14-dev" ;;
     # The layout check of every source.
     format) pkgs="$pkgs clang-format-14" ;;
+    # The HTML reference of the public header.
+    docs) pkgs="$pkgs doxygen" ;;
     *) echo "deps.sh: unknown group $g" >&2; exit 2 ;;
     esac
 done
