@@ -58,7 +58,8 @@ int runStretch(const Arguments &argv)
     long frameMs = parseInteger(args.get("--frame-ms", "20"), "--frame-ms");
 
     AudioReader reader(in);
-    checkDistinct(in, out);
+    checkOutputs({in}, {out});
+    checkAudioName(out);
     const int rate = reader.rate(), channels = reader.channels();
     // The frame is rounded down to a multiple of 8 frames; the engine needs
     // a few correlation points, and holds one second of input, of which a
@@ -69,7 +70,10 @@ int runStretch(const Arguments &argv)
                                 "2/9 of a second at %d Hz",
                                 rate));
 
-    const int64_t expected = std::llround(double(reader.frames()) / speed);
+    // A stream of unknown length is bounded only once it has ended.
+    int64_t expected = reader.frames() < 0
+                           ? INT64_MAX
+                           : std::llround(double(reader.frames()) / speed);
     std::vector<Channel> chans(static_cast<size_t>(channels));
     for (Channel &ch : chans)
         ch.engine = TOLV_SolafsCreate(int(frameMs), rate, 1);
@@ -100,7 +104,7 @@ int runStretch(const Arguments &argv)
         writer.write(interleaved.data(), int64_t(count));
     };
 
-    Progress progress("stretching", expected);
+    Progress progress("stretching", reader.frames() < 0 ? 0 : expected);
     for (;;) {
         int64_t got = reader.read(frames.data(), block);
         if (got == 0)
@@ -114,6 +118,7 @@ int runStretch(const Arguments &argv)
         drain();
         progress.update(writer.framesWritten());
     }
+    expected = std::llround(double(reader.framesRead()) / speed);
     // The engine keeps about four frames of input ahead of what it has
     // given out: silence behind the input brings the tail out.
     const int64_t silenceLimit = 16 * frame + int64_t(rate) + block;
