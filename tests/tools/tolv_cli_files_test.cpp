@@ -338,13 +338,18 @@ TEST(TolvStretch, ArgumentsAreChecked)
         std::vector<std::string> extra;
         const char *message;
     } rows[] = {
-        {{"--speed", "0"}, "--speed must be above 0 and at most 3"},
-        {{"--speed", "3.5"}, "--speed must be above 0 and at most 3"},
+        {{"--speed", "0"}, "--speed must be from 0.01 to 3"},
+        {{"--speed", "3.5"}, "--speed must be from 0.01 to 3"},
+        {{"--speed", "1e-40"}, "--speed must be from 0.01 to 3"},
+        {{"--speed", "1e-300"}, "--speed must be from 0.01 to 3"},
+        {{"--speed", "0.0099"}, "--speed must be from 0.01 to 3"},
         {{"--speed", "fast"}, "--speed must be a number"},
         {{"--speed", "1", "--frame-ms", "1"},
-         "--frame-ms must give from 16 frames"},
-        {{"--speed", "1", "--frame-ms", "250"},
-         "--frame-ms must give from 16 frames"},
+         "--frame-ms must be from 2 to 222 ms at 8000 Hz"},
+        {{"--speed", "1", "--frame-ms", "223"},
+         "--frame-ms must be from 2 to 222 ms at 8000 Hz"},
+        {{"--speed", "1", "--frame-ms", "9223372036854775807"},
+         "--frame-ms must be from 2 to 222 ms at 8000 Hz"},
         {{}, "needs --speed"},
     };
     for (const auto &row : rows) {

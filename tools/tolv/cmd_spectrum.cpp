@@ -77,6 +77,16 @@ std::vector<Peak> peaks(const std::vector<float> &db, double binHz,
     return found;
 }
 
+/* Decimals that show at least four significant digits of a small value,
+ * three of a large one. */
+int decimalsFor(double value)
+{
+    int decimals = 3;
+    while (decimals < 12 && value > 0 && value < std::pow(10.0, 3 - decimals))
+        decimals++;
+    return decimals;
+}
+
 struct CsvTable {
     const std::vector<std::vector<float>> &db;
     double binHz;
@@ -209,10 +219,11 @@ int runSpectrum(const Arguments &argv)
 
     std::printf(
         "%s: %lld frames, %d channel%s at %d Hz; %lld analysis frame%s of %d "
-        "(%s window, hop %ld), %.3f Hz per bin\n",
+        "(%s window, hop %ld), %.*f Hz per bin\n",
         in.c_str(), (long long)reader.framesRead(), channels,
         channels == 1 ? "" : "s", reader.rate(), (long long)analysed,
-        analysed == 1 ? "" : "s", N, TOLV_GetWindowName(type), hop, binHz);
+        analysed == 1 ? "" : "s", N, TOLV_GetWindowName(type), hop,
+        decimalsFor(binHz), binHz);
     std::vector<std::vector<float>> db;
     std::vector<float> mean(bins);
     for (int c = 0; c < channels; c++) {
