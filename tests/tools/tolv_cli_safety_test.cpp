@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+#include <pty.h>
 
 #include "tolv_cli_support.h"
 
@@ -437,6 +438,47 @@ TEST(TolvMessages, SayWhatToChange)
         EXPECT_NE(std::string::npos, (r.out + r.err).find(row.message))
             << r.out << r.err;
     }
+}
+
+/* On a terminal, long work draws a bar with the time left; the bar never
+ * reaches a pipe. */
+TEST(TolvProgress, ShowsTheTimeLeftOnATerminal)
+{
+    ScratchDir dir;
+    writeAudio(dir.path("in.wav"),
+               makeSignal(60 * 44100, 44100, {{{0.5, 440}}}), 1, 44100);
+    const std::vector<std::string> args = {"resample", dir.path("in.wav"),
+                                           dir.path("o.wav"), "--rate",
+                                           "48000", "--order", "800"};
+    int master = -1;
+    pid_t pid = forkpty(&master, nullptr, nullptr, nullptr);
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        std::vector<char *> argv = {const_cast<char *>(TOLV_CLI)};
+        for (const std::string &a : args)
+            argv.push_back(const_cast<char *>(a.c_str()));
+        argv.push_back(nullptr);
+        execv(TOLV_CLI, argv.data());
+        _exit(127);
+    }
+    std::string screen;
+    char buffer[4096];
+    ssize_t n;
+    while ((n = read(master, buffer, sizeof buffer)) > 0)
+        screen.append(buffer, size_t(n));
+    close(master);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    EXPECT_EQ(0, WEXITSTATUS(status)) << screen;
+    EXPECT_NE(std::string::npos, screen.find("resampling [")) << screen;
+    // "M:SS left" behind the percentage.
+    size_t left = screen.find(" left");
+    ASSERT_NE(std::string::npos, left) << screen;
+    EXPECT_EQ(':', screen[left - 3]) << screen;
+
+    Outcome piped = runTolv(args);
+    EXPECT_EQ(0, piped.status);
+    EXPECT_EQ(std::string::npos, piped.err.find("left")) << piped.err;
 }
 
 } // namespace
