@@ -453,7 +453,7 @@ AudioWriter::AudioWriter(const std::string &path, int format, int channels,
             why = describeFormat(info.format & SF_FORMAT_TYPEMASK) +
                   " cannot be streamed (" + why +
                   "); write a file, or name a format that streams, such as "
-                  ".au or .caf";
+                  ".au or .flac";
         throw Failure("cannot write " + path + ": " + why);
     }
     // Integer encodings saturate at full scale instead of wrapping round.
