@@ -22,14 +22,6 @@ namespace {
 
 const int kFloatWav = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
 
-std::string bytesOf(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 TEST(TolvFilter, MatchesTheLibraryOverTheWholeSignal)
 {
     ScratchDir dir;
