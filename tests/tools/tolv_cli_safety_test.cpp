@@ -262,8 +262,9 @@ TEST(TolvPipes, StreamsOfUnknownLengthAreReadToTheEnd)
                 byNameSamples = got;
             } else {
                 EXPECT_EQ(byNameSamples, got) << args[0] << " from " << input;
-                if (got.empty())
+                if (got.empty()) {
                     EXPECT_EQ(byName, said) << args[0] << " from " << input;
+                }
             }
             unlink(dir.path("o.wav").c_str());
         }
@@ -291,6 +292,15 @@ TEST(TolvPipes, StandardOutputTakesTheInputsContainer)
           named = readAudio(dir.path("named.au"));
     EXPECT_EQ(SF_FORMAT_AU | SF_FORMAT_PCM_16, piped.format);
     EXPECT_EQ(named.samples, piped.samples);
+
+    // /dev/stdout sent to a file by the shell: written in place, the
+    // report beside it.
+    r = runPiped(
+        "", {"resample", dir.path("in.au"), "/dev/stdout", "--rate", "8000"},
+        "> " + quote(dir.path("shell.au")));
+    EXPECT_EQ(0, r.status) << r.err;
+    EXPECT_NE(std::string::npos, r.err.find("/dev/stdout: 2000 frames"));
+    EXPECT_EQ(named.samples, readAudio(dir.path("shell.au")).samples);
 
     // Standard output a pipe: WAV's header needs seeking back.
     const std::string script =

@@ -101,6 +101,15 @@ bool sameFile(const struct stat &a, const struct stat &b)
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
+} // namespace
+
+bool isStdoutName(const std::string &path)
+{
+    return path == "-" || path == "/dev/stdout" || path == "/dev/fd/1" ||
+           path == "/proc/self/fd/1";
+}
+
+namespace {
 mode_t currentUmask()
 {
     mode_t mask = umask(0);
@@ -137,9 +146,11 @@ void checkOutputs(const std::vector<std::string> &inputs,
 OutputFile::OutputFile(const std::string &path) : path_(path), target_(path)
 {
     struct stat st;
-    if (path == "-") {
+    // Standard output by any of its names is written in place, even when
+    // the shell sent it to a regular file.
+    if (isStdoutName(path)) {
         fd_ = STDOUT_FILENO;
-        streamed_ = true;
+        streamed_ = toStdout_ = true;
         ownFd_ = false;
         return;
     }
@@ -151,6 +162,8 @@ OutputFile::OutputFile(const std::string &path) : path_(path), target_(path)
             if (fd_ < 0)
                 throw Failure("cannot write " + path + ": " + reason(errno));
             streamed_ = true;
+            struct stat out;
+            toStdout_ = fstat(STDOUT_FILENO, &out) == 0 && sameFile(st, out);
             return;
         }
         // Through a symlink, the file it names is replaced, not the link.
@@ -419,7 +432,7 @@ void checkAudioName(const std::string &path)
 {
     // A device or a pipe takes the input's container, as "-" does.
     struct stat st;
-    if (path == "-" || majorFromExtension(path) != 0 ||
+    if (isStdoutName(path) || majorFromExtension(path) != 0 ||
         (stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode) &&
          !S_ISDIR(st.st_mode)))
         return;
@@ -489,7 +502,7 @@ void AudioWriter::commit()
 void reportOutput(const AudioWriter &writer, int64_t expected)
 {
     // Audio on standard output: the report goes beside it, to stderr.
-    std::fprintf(writer.path() == "-" ? stderr : stdout,
+    std::fprintf(writer.toStdout() ? stderr : stdout,
                  "%s: %lld frames (expected %lld), %d channel%s at %d Hz, %s\n",
                  writer.path().c_str(), (long long)writer.framesWritten(),
                  (long long)expected, writer.channels(),

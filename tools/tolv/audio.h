@@ -68,6 +68,9 @@ class OutputFile {
 
     int fd() const { return fd_; }
     bool streamed() const { return streamed_; }
+    /* True when the bytes go where standard output goes ("-",
+     * /dev/stdout, /dev/fd/1, ...). */
+    bool toStdout() const { return toStdout_; }
     const std::string &path() const { return path_; }
     /* Puts the file in place; throws with the reason when it cannot. */
     void commit();
@@ -78,6 +81,7 @@ class OutputFile {
     std::string path_, target_, temp_;
     int fd_ = -1;
     bool streamed_ = false, ownFd_ = true, unnamed_ = false, done_ = false;
+    bool toStdout_ = false;
 };
 
 /* Writes a text side file (CSV and the like) through an OutputFile; `body`
@@ -109,6 +113,7 @@ class AudioWriter {
     int channels() const { return channels_; }
     int rate() const { return rate_; }
     int format() const { return format_; }
+    bool toStdout() const { return out_.toStdout(); }
 
   private:
     OutputFile out_;
@@ -129,6 +134,8 @@ void reportOutput(const AudioWriter &writer, int64_t expected);
  * names are skipped. */
 void checkOutputs(const std::vector<std::string> &inputs,
                   const std::vector<std::string> &outputs);
+/* "-" and the names of standard output (/dev/stdout, /dev/fd/1). */
+bool isStdoutName(const std::string &path);
 /* Refuses an audio output whose name gives no container this tool can
  * write ("-" takes the input's). */
 void checkAudioName(const std::string &path);
