@@ -44,9 +44,10 @@ Outcome runPiped(const std::string &before,
     command += quote(TOLV_CLI);
     for (const std::string &a : args)
         command += " " + quote(a);
-    command += " " + after + " 2>" + quote(io.path("err"));
+    command += " 2>" + quote(io.path("err"));
     if (after.find('>') == std::string::npos)
         command += " >" + quote(io.path("out"));
+    command += " " + after;
     int status = std::system(command.c_str());
     Outcome r;
     r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -158,6 +159,14 @@ TEST(TolvOutputs, NonRegularOutputsAreWrittenInPlace)
     EXPECT_EQ(8000, fromFifo.rate);
     ASSERT_EQ(0, lstat(dir.path("fifo").c_str(), &st));
     EXPECT_TRUE(S_ISFIFO(st.st_mode));
+
+    // The FIFO is also standard output: the report must not go into it.
+    r = runPiped("", {"resample", in, dir.path("fifo"), "--rate", "8000"},
+                 ">" + quote(dir.path("fifo")) + " & cat " +
+                     quote(dir.path("fifo")) + " >" +
+                     quote(dir.path("both.au")) + "; wait");
+    EXPECT_NE(std::string::npos, r.err.find("fifo: 2000 frames")) << r.err;
+    EXPECT_EQ(fromFifo.samples, readAudio(dir.path("both.au")).samples);
 
     ASSERT_EQ(0, symlink("target.au", dir.path("link.au").c_str()));
     std::ofstream(dir.path("target.au")) << "old";
