@@ -88,15 +88,15 @@ double toneAmplitude(const std::vector<float> &x, int rate, double hz)
     return 2.0 * std::hypot(re, im) / double(span);
 }
 
-namespace {
-std::string slurp(const std::string &path)
+std::string bytesOf(const std::string &path)
 {
-    std::ifstream in(path);
+    std::ifstream in(path, std::ios::binary);
     std::stringstream s;
     s << in.rdbuf();
     return s.str();
 }
 
+namespace {
 std::string scratchRoot()
 {
     const char *root = std::getenv("TOLV_TEST_TMP");
@@ -142,8 +142,8 @@ Outcome runTolv(const std::vector<std::string> &args,
     waitpid(pid, &status, 0);
     Outcome r;
     r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    r.out = slurp(out);
-    r.err = slurp(err);
+    r.out = bytesOf(out);
+    r.err = bytesOf(err);
     return r;
 }
 

@@ -75,6 +75,8 @@ class ScratchDir {
 };
 
 bool fileExists(const std::string &path);
+/* The whole content of a file, "" when it cannot be read. */
+std::string bytesOf(const std::string &path);
 /* Where gnuplot is on PATH, "" when it is not installed. */
 std::string findGnuplot();
 /* The first number behind `label` in text, NAN when absent. */

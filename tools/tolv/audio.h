@@ -2,11 +2,19 @@
  * Audio files through libsndfile: a block reader, and a writer that writes
  * into a temporary file beside the destination and renames it at the end,
  * so that a failed or interrupted run leaves no half-written file.
+ *
+ *   name -> checkOutputs (before any work) -> OutputFile (temporary, or the
+ *   device / pipe itself) -> AudioWriter or a side file -> commit
+ *
+ * "-" is standard input for an input and standard output for an output.
+ * Devices, FIFOs and standard output are written in place, streamed; a
+ * regular file is only ever replaced whole, by a rename at the end.
  */
 #ifndef TOLV_CLI_AUDIO_H
 #define TOLV_CLI_AUDIO_H
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -23,7 +31,10 @@ class AudioReader {
 
     int channels() const { return info_.channels; }
     int rate() const { return info_.samplerate; }
-    int64_t frames() const { return info_.frames; }
+    /* Frames the header declares; -1 for a stream of unknown length. */
+    int64_t frames() const { return known_ ? info_.frames : -1; }
+    /* Frames read so far. */
+    int64_t framesRead() const { return read_; }
     int format() const { return info_.format; }
     const std::string &path() const { return path_; }
 
@@ -34,10 +45,49 @@ class AudioReader {
     std::vector<float> readMono(int64_t frames);
 
   private:
+    void noteEnd();
     std::string path_;
     SF_INFO info_{};
     SNDFILE *file_ = nullptr;
+    bool known_ = true, ended_ = false;
+    int64_t read_ = 0, declared_ = 0;
 };
+
+/* One output's bytes on their way to their name. A regular file (or a new
+ * name) is written into an unnamed file in the destination's folder where
+ * the file system allows it, else into a hidden named one, and moved into
+ * place by commit; nothing is left behind without commit, even after
+ * SIGKILL in the unnamed case. A device, a FIFO or "-" (standard output) is
+ * written in place. */
+class OutputFile {
+  public:
+    explicit OutputFile(const std::string &path);
+    ~OutputFile();
+    OutputFile(const OutputFile &) = delete;
+    OutputFile &operator=(const OutputFile &) = delete;
+
+    int fd() const { return fd_; }
+    bool streamed() const { return streamed_; }
+    /* True when the bytes go where standard output goes ("-",
+     * /dev/stdout, /dev/fd/1, ...). */
+    bool toStdout() const { return toStdout_; }
+    const std::string &path() const { return path_; }
+    /* Puts the file in place; throws with the reason when it cannot. */
+    void commit();
+
+  private:
+    void openTemporary();
+    void discard();
+    std::string path_, target_, temp_;
+    int fd_ = -1;
+    bool streamed_ = false, ownFd_ = true, unnamed_ = false, done_ = false;
+    bool toStdout_ = false;
+};
+
+/* Writes a text side file (CSV and the like) through an OutputFile; `body`
+ * gets the stream. The failure names the reason (a full disk, ...). */
+void writeTextFile(const std::string &path, void (*body)(FILE *, const void *),
+                   const void *context);
 
 class AudioWriter {
   public:
@@ -63,9 +113,11 @@ class AudioWriter {
     int channels() const { return channels_; }
     int rate() const { return rate_; }
     int format() const { return format_; }
+    bool toStdout() const { return out_.toStdout(); }
 
   private:
-    std::string path_, temp_;
+    OutputFile out_;
+    std::string path_;
     int channels_, rate_, format_ = 0;
     bool integer_;
     SNDFILE *file_ = nullptr;
@@ -76,8 +128,21 @@ class AudioWriter {
  * warns on stderr when samples were clipped. */
 void reportOutput(const AudioWriter &writer, int64_t expected);
 
-/* Refuses an output path that is the input file itself. */
-void checkDistinct(const std::string &input, const std::string &output);
+/* Refuses, before any work, outputs that would replace an input (the same
+ * file also through symlinks and hard links), two outputs that are one
+ * file, a directory, and an existing file that is not writable. Empty
+ * names are skipped. */
+void checkOutputs(const std::vector<std::string> &inputs,
+                  const std::vector<std::string> &outputs);
+/* "-" and the names of standard output (/dev/stdout, /dev/fd/1). */
+bool isStdoutName(const std::string &path);
+/* Refuses an audio output whose name gives no container this tool can
+ * write ("-" takes the input's). */
+void checkAudioName(const std::string &path);
+
+/* Reads and writes work through buffers sized from this many bytes, so
+ * that memory does not grow with rate ratios or option values. */
+constexpr int64_t kBlockBudgetBytes = 64 << 20;
 
 /* A sibling temporary path for `path`, registered for removal if the
  * process is interrupted; release it with forgetTemporary. */

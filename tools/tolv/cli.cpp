@@ -154,9 +154,12 @@ void Progress::update(int64_t done)
     const int width = 30;
     double fraction = std::min(1.0, double(done) / double(total_));
     int filled = int(fraction * width);
-    std::fprintf(stderr, "\r%s [%s%s] %3d%%", label_.c_str(),
+    // Time left at the pace so far.
+    const long left = long(elapsed * (1.0 - fraction) / fraction + 0.5);
+    std::fprintf(stderr, "\r%s [%s%s] %3d%% %ld:%02ld left ", label_.c_str(),
                  std::string(filled, '#').c_str(),
-                 std::string(width - filled, ' ').c_str(), int(fraction * 100));
+                 std::string(width - filled, ' ').c_str(), int(fraction * 100),
+                 left / 60, left % 60);
     std::fflush(stderr);
 }
 

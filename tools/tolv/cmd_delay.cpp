@@ -5,6 +5,7 @@
  * which whitens the cross spectrum and so sharpens the peak for coloured
  * or reverberant signals.
  */
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -33,6 +34,48 @@ long peakLag(const std::vector<float> &r, long zero)
             best = i;
     return long(best) - zero;
 }
+/* Bytes the correlations take: both transforms run at the power of two
+ * above the combined length, and hold about 24 bytes per point. */
+constexpr int64_t kDelayBudgetBytes = int64_t(2) << 30;
+int64_t correlationBytes(int64_t points)
+{
+    int64_t n = 1;
+    while (n < points)
+        n *= 2;
+    return 24 * n;
+}
+
+/* Refuses a search whose correlations would not fit the budget, with the
+ * longest --max-seconds that does. */
+void checkDelayMemory(const AudioReader &a, const AudioReader &b, int64_t limit,
+                      double seconds)
+{
+    auto used = [limit](const AudioReader &r) {
+        return r.frames() < 0 ? limit : std::min(limit, r.frames());
+    };
+    const int64_t need = correlationBytes(used(a) + used(b));
+    if (need <= kDelayBudgetBytes)
+        return;
+    int64_t fits = kDelayBudgetBytes / 24;
+    fits = int64_t(1) << (63 - __builtin_clzll(uint64_t(fits)));
+    throw Failure(format("searching %g s at %d Hz would take about %.1f GB; "
+                         "use --max-seconds %lld or less",
+                         seconds, a.rate(), double(need) / 1e9,
+                         (long long)(fits / (2 * int64_t(a.rate())))));
+}
+
+/* Refuses a silent span, naming what was searched. */
+void checkNotSilent(const std::vector<float> &x, const AudioReader &r,
+                    int64_t limit)
+{
+    if (energy(x) > 0.0)
+        return;
+    if (r.frames() >= 0 && r.frames() <= limit)
+        throw Failure(r.path() + " is silent; there is nothing to align");
+    throw Failure(format("the first %.3f s of %s (the span searched) are "
+                         "silent; raise --max-seconds to search further",
+                         double(x.size()) / r.rate(), r.path().c_str()));
+}
 } // namespace
 
 int runDelay(const Arguments &argv)
@@ -52,11 +95,10 @@ int runDelay(const Arguments &argv)
                    ra.rate(), rb.rate()));
     const int rate = ra.rate();
     const int64_t limit = std::llround(seconds * rate);
+    checkDelayMemory(ra, rb, limit, seconds);
     std::vector<float> a = ra.readMono(limit), b = rb.readMono(limit);
-    for (const auto *x : {&a, &b})
-        if (!(energy(*x) > 0.0))
-            throw Failure((x == &a ? ra.path() : rb.path()) +
-                          " is silent; there is nothing to align");
+    checkNotSilent(a, ra, limit);
+    checkNotSilent(b, rb, limit);
     auto ms = [rate](long lag) { return 1000.0 * double(lag) / rate; };
 
     // A positive lag of the correlation means that A is late, so the delay

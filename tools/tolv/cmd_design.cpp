@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "audio.h"
 #include "cli.h"
 #include "commands.h"
 #include "filtertext.h"
@@ -66,6 +67,7 @@ int runDesign(const Arguments &argv)
         // The first occurrence of a key wins, so the option goes in front.
         text = format("fs=%ld, ", fs) + text;
     }
+    checkOutputs({}, {args.get("--plot", "")});
     FilterText spec = readFilterText(text);
     if (spec.channels < 1)
         throw Failure("the text asks for " + std::to_string(spec.channels) +

@@ -20,7 +20,8 @@ int runFilter(const Arguments &argv)
     std::string text = args.positional()[2];
 
     AudioReader reader(in);
-    checkDistinct(in, out);
+    checkOutputs({in}, {out});
+    checkAudioName(out);
     FilterText spec = readFilterText(text);
     // The file supplies what the text leaves out; the text's own keys come
     // first and so win.
@@ -60,7 +61,7 @@ int runFilter(const Arguments &argv)
     }
     progress.finish();
     writer.commit();
-    reportOutput(writer, reader.frames());
+    reportOutput(writer, reader.framesRead());
     return 0;
 }
 

@@ -13,6 +13,34 @@
 
 namespace cli {
 
+namespace {
+/* Where the FFT wisdom is kept, and whether that place is there. */
+void printWisdom(const char *folder)
+{
+    struct stat st;
+    if (!folder || !*folder) {
+        std::printf("FFT wisdom: not kept (KEEL_DATA_PATH is not set; set it "
+                    "to a folder to keep plans between runs)\n");
+        return;
+    }
+    if (stat(folder, &st) != 0 || !S_ISDIR(st.st_mode)) {
+        std::printf("FFT wisdom: not kept (KEEL_DATA_PATH names %s, which is "
+                    "not an existing folder; create it to keep plans between "
+                    "runs)\n",
+                    folder);
+        return;
+    }
+    std::string path = std::string(folder) + "/brae.optimization";
+    if (stat(path.c_str(), &st) == 0)
+        std::printf("FFT wisdom: %s (found, %lld bytes)\n", path.c_str(),
+                    (long long)st.st_size);
+    else
+        std::printf("FFT wisdom: %s (not found; it is written when a "
+                    "process ends)\n",
+                    path.c_str());
+}
+} // namespace
+
 int runInfo(const Arguments &argv)
 {
     Args args(argv, {});
@@ -27,21 +55,7 @@ int runInfo(const Arguments &argv)
                         release, build);
     }
 
-    const char *folder = KEELENV_GetEnvValue("KEEL_DATA_PATH");
-    if (!folder || !*folder) {
-        std::printf("FFT wisdom: not kept (KEEL_DATA_PATH is not set; set it "
-                    "to a folder to keep plans between runs)\n");
-    } else {
-        std::string path = std::string(folder) + "/brae.optimization";
-        struct stat st;
-        if (stat(path.c_str(), &st) == 0)
-            std::printf("FFT wisdom: %s (found, %lld bytes)\n", path.c_str(),
-                        (long long)st.st_size);
-        else
-            std::printf("FFT wisdom: %s (not found; it is written when a "
-                        "process ends)\n",
-                        path.c_str());
-    }
+    printWisdom(KEELENV_GetEnvValue("KEEL_DATA_PATH"));
     std::printf(
         "settings: tolv.fftw.use_wisdom=%d, tolv.fftw.prepare_plans=%d, "
         "tolv.fftw.max_plan_len=%lld\n",

@@ -53,7 +53,8 @@ int runResample(const Arguments &argv)
     }
 
     AudioReader reader(in);
-    checkDistinct(in, out);
+    checkOutputs({in}, {out});
+    checkAudioName(out);
     const int channels = reader.channels();
     const int64_t g = std::gcd(int64_t(reader.rate()), int64_t(rate));
     const int64_t up = rate / g, down = reader.rate() / g;
@@ -83,9 +84,20 @@ int runResample(const Arguments &argv)
         }
     }
 
-    const int64_t expected = (reader.frames() * up + down / 2) / down;
-    const int64_t block = 8192;
-    // Each input frame yields at most ceil(up / down) output frames.
+    // Output frames for `frames` of input; a stream of unknown length is
+    // bounded only once it has ended.
+    auto outputFor = [&](int64_t frames) {
+        return (frames * up + down / 2) / down;
+    };
+    int64_t expected =
+        reader.frames() < 0 ? INT64_MAX : outputFor(reader.frames());
+    // Each input frame yields at most ceil(up / down) output frames: the
+    // input block shrinks as the ratio grows, so the buffers stay within
+    // the budget whatever the rates.
+    const int64_t perFrame =
+        4 * (2 * channels * (up / down + 1) + channels + 1);
+    const int64_t block =
+        std::clamp<int64_t>(kBlockBudgetBytes / perFrame, 1, 8192);
     const int64_t capacity = block * (up / down + 1) + 8;
     std::vector<float> frames(static_cast<size_t>(block * channels));
     std::vector<float> in1(static_cast<size_t>(block));
@@ -125,6 +137,7 @@ int runResample(const Arguments &argv)
         consumed += got;
         progress.update(consumed);
     }
+    expected = outputFor(consumed);
     // What the polyphase filter still holds comes out of the flush; the
     // zero-order hold has nothing to drain.
     int flushed = -1;

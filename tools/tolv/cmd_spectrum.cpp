@@ -77,32 +77,41 @@ std::vector<Peak> peaks(const std::vector<float> &db, double binHz,
     return found;
 }
 
+/* Decimals that show at least four significant digits of a small value,
+ * three of a large one. */
+int decimalsFor(double value)
+{
+    int decimals = 3;
+    while (decimals < 12 && value > 0 && value < std::pow(10.0, 3 - decimals))
+        decimals++;
+    return decimals;
+}
+
+struct CsvTable {
+    const std::vector<std::vector<float>> &db;
+    double binHz;
+};
+
+void printCsv(FILE *f, const void *context)
+{
+    const CsvTable &t = *static_cast<const CsvTable *>(context);
+    std::fprintf(f, "frequency_hz");
+    for (size_t c = 0; c < t.db.size(); c++)
+        std::fprintf(f, ",channel_%zu_db", c + 1);
+    std::fputc('\n', f);
+    for (size_t k = 0; k < t.db[0].size(); k++) {
+        std::fprintf(f, "%.4f", double(k) * t.binHz);
+        for (const auto &ch : t.db)
+            std::fprintf(f, ",%.3f", ch[k]);
+        std::fputc('\n', f);
+    }
+}
+
 void writeCsv(const std::string &path,
               const std::vector<std::vector<float>> &db, double binHz)
 {
-    int fd = -1;
-    std::string temp = makeTemporary(path, &fd);
-    FILE *f = fdopen(fd, "w");
-    bool ok = f != nullptr;
-    if (ok) {
-        std::fprintf(f, "frequency_hz");
-        for (size_t c = 0; c < db.size(); c++)
-            std::fprintf(f, ",channel_%zu_db", c + 1);
-        std::fputc('\n', f);
-        for (size_t k = 0; k < db[0].size(); k++) {
-            std::fprintf(f, "%.4f", double(k) * binHz);
-            for (const auto &ch : db)
-                std::fprintf(f, ",%.3f", ch[k]);
-            std::fputc('\n', f);
-        }
-        ok = std::fclose(f) == 0;
-    }
-    if (!ok || rename(temp.c_str(), path.c_str()) != 0) {
-        unlink(temp.c_str());
-        forgetTemporary(temp);
-        throw Failure("cannot write " + path);
-    }
-    forgetTemporary(temp);
+    CsvTable table{db, binHz};
+    writeTextFile(path, printCsv, &table);
 }
 } // namespace
 
@@ -127,6 +136,8 @@ int runSpectrum(const Arguments &argv)
     if (!(range > 0) || range > 400)
         throw UsageError("--range must be above 0 and at most 400 dB");
 
+    checkOutputs({in}, {args.get("--csv", ""), args.get("--plot", ""),
+                        args.get("--spectrogram", "")});
     AudioReader reader(in);
     const int channels = reader.channels(), N = int(size), H = N / 2;
     const size_t bins = size_t(H) + 1;
@@ -208,10 +219,11 @@ int runSpectrum(const Arguments &argv)
 
     std::printf(
         "%s: %lld frames, %d channel%s at %d Hz; %lld analysis frame%s of %d "
-        "(%s window, hop %ld), %.3f Hz per bin\n",
-        in.c_str(), (long long)reader.frames(), channels,
+        "(%s window, hop %ld), %.*f Hz per bin\n",
+        in.c_str(), (long long)reader.framesRead(), channels,
         channels == 1 ? "" : "s", reader.rate(), (long long)analysed,
-        analysed == 1 ? "" : "s", N, TOLV_GetWindowName(type), hop, binHz);
+        analysed == 1 ? "" : "s", N, TOLV_GetWindowName(type), hop,
+        decimalsFor(binHz), binHz);
     std::vector<std::vector<float>> db;
     std::vector<float> mean(bins);
     for (int c = 0; c < channels; c++) {

@@ -5,6 +5,7 @@
  * the end silence is fed behind the input until the tail is out.
  */
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 
@@ -41,6 +42,57 @@ void pump(Channel &ch, float speed, std::vector<float> &scratch)
             return;
     }
 }
+/* Speeds below this are refused (see runStretch). */
+constexpr double kMinSpeed = 0.01;
+
+/* The frame is rounded down to a multiple of 8 frames; the engine needs a
+ * few correlation points, and holds one second of input, of which a pass
+ * needs 4.5 frames. */
+int64_t frameLength(int64_t frameMs, int rate)
+{
+    return (frameMs * rate / 1000) & ~int64_t(7);
+}
+
+bool frameFits(int64_t frameMs, int rate)
+{
+    const int64_t frame = frameLength(frameMs, rate);
+    return frameMs >= 1 && frame >= 16 && 9 * frame < 2 * int64_t(rate);
+}
+
+/* Refuses, before any engine exists, a rate the engine cannot take: it
+ * multiplies milliseconds by the rate in 32 bits, and holds one second of
+ * every channel. Then the --frame-ms bounds, in ms, for this rate. */
+[[noreturn]] void refuseFrameMs(int rate)
+{
+    long low = 1, high = 1000;
+    while (low <= 1000 && !frameFits(low, rate))
+        low++;
+    while (high >= low && !frameFits(high, rate))
+        high--;
+    if (low > 1000)
+        throw Failure(format("the stretcher needs at least 73 Hz; %d Hz is "
+                             "too low: resample first",
+                             rate));
+    throw UsageError(format("--frame-ms must be from %ld to %ld ms at %d Hz",
+                            low, high, rate));
+}
+
+void checkStretchRate(int rate, int channels, long frameMs)
+{
+    if (frameMs < 1 || frameMs > 1000)
+        refuseFrameMs(rate);
+    const int64_t byWindow = (int64_t(1) << 28) / channels;
+    const int64_t byProduct = INT32_MAX / std::max<int64_t>(1, frameMs);
+    const int64_t maxRate = std::min(byWindow, byProduct);
+    if (rate > maxRate)
+        throw Failure(format("the stretcher takes rates up to %lld Hz for %d "
+                             "channel%s with --frame-ms %ld; %d Hz is beyond "
+                             "it: resample first",
+                             (long long)maxRate, channels,
+                             channels == 1 ? "" : "s", frameMs, rate));
+    if (!frameFits(frameMs, rate))
+        refuseFrameMs(rate);
+}
 } // namespace
 
 int runStretch(const Arguments &argv)
@@ -52,24 +104,25 @@ int runStretch(const Arguments &argv)
         throw UsageError("needs --speed");
     const std::string &in = args.positional()[0], &out = args.positional()[1];
     double speed = parseReal(args.get("--speed", ""), "--speed");
-    // Beyond a speed of 3 a synthesis step can read past the newest input.
-    if (!(speed > 0.0) || speed > 3.0)
-        throw UsageError("--speed must be above 0 and at most 3");
+    // Beyond a speed of 3 a synthesis step can read past the newest input;
+    // below 1/100 every stretch of input repeats a hundred times and more,
+    // and the output's length runs past what the engine's 32-bit positions
+    // and f32 analysis position can place.
+    if (!(speed >= kMinSpeed) || speed > 3.0)
+        throw UsageError("--speed must be from 0.01 to 3");
     long frameMs = parseInteger(args.get("--frame-ms", "20"), "--frame-ms");
 
     AudioReader reader(in);
-    checkDistinct(in, out);
+    checkOutputs({in}, {out});
+    checkAudioName(out);
     const int rate = reader.rate(), channels = reader.channels();
-    // The frame is rounded down to a multiple of 8 frames; the engine needs
-    // a few correlation points, and holds one second of input, of which a
-    // pass needs 4.5 frames.
-    const int64_t frame = (int64_t(frameMs) * rate / 1000) & ~int64_t(7);
-    if (frameMs < 1 || frame < 16 || 9 * frame >= 2 * int64_t(rate))
-        throw UsageError(format("--frame-ms must give from 16 frames to under "
-                                "2/9 of a second at %d Hz",
-                                rate));
+    checkStretchRate(rate, channels, frameMs);
+    const int64_t frame = frameLength(frameMs, rate);
 
-    const int64_t expected = std::llround(double(reader.frames()) / speed);
+    // A stream of unknown length is bounded only once it has ended.
+    int64_t expected = reader.frames() < 0
+                           ? INT64_MAX
+                           : std::llround(double(reader.frames()) / speed);
     std::vector<Channel> chans(static_cast<size_t>(channels));
     for (Channel &ch : chans)
         ch.engine = TOLV_SolafsCreate(int(frameMs), rate, 1);
@@ -100,7 +153,7 @@ int runStretch(const Arguments &argv)
         writer.write(interleaved.data(), int64_t(count));
     };
 
-    Progress progress("stretching", expected);
+    Progress progress("stretching", reader.frames() < 0 ? 0 : expected);
     for (;;) {
         int64_t got = reader.read(frames.data(), block);
         if (got == 0)
@@ -114,6 +167,7 @@ int runStretch(const Arguments &argv)
         drain();
         progress.update(writer.framesWritten());
     }
+    expected = std::llround(double(reader.framesRead()) / speed);
     // The engine keeps about four frames of input ahead of what it has
     // given out: silence behind the input brings the tail out.
     const int64_t silenceLimit = 16 * frame + int64_t(rate) + block;

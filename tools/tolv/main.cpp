@@ -132,6 +132,9 @@ static void printOverview()
         "commands:\n");
     for (const cli::Command &c : cli::kCommands)
         std::printf("  %-9s %s\n", c.name, c.summary);
+    std::printf(
+        "\nA file name may be - for standard input or output. Outputs never\n"
+        "replace an input; devices and pipes are written in place.\n");
     std::printf("\n%s\n", TOLVVERSION_String());
 }
 

@@ -1,5 +1,6 @@
 #include "plot.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -25,10 +26,14 @@ namespace {
 /* A data file that lives as long as the plot call. */
 struct DataFile {
     std::string path;
-    explicit DataFile(const std::string &beside)
+    DataFile()
     {
+        // Beside the system's temporary files: the picture's own folder
+        // may be /dev or read-only.
+        const char *tmp = std::getenv("TMPDIR");
         int fd = -1;
-        path = makeTemporary(beside + ".data", &fd);
+        path = makeTemporary(
+            std::string(tmp && *tmp ? tmp : "/tmp") + "/tolv-plot.data", &fd);
         close(fd);
     }
     ~DataFile()
@@ -46,27 +51,25 @@ std::string quoted(const std::string &s)
     return out + "'";
 }
 
-/* Runs the script with the picture going to a temporary file, then moves
- * the picture into place. */
+/* Runs the script with the picture going to gnuplot's standard output,
+ * which is the destination's OutputFile: a temporary file moved into place
+ * at the end, or a device or pipe written in place. */
 void runGnuplot(const std::string &png, const std::string &body)
 {
-    int fd = -1;
-    std::string temp = makeTemporary(png, &fd);
-    close(fd);
+    OutputFile out(png);
     std::string script =
-        "set terminal pngcairo size 1000,600 noenhanced font ',10'\n"
-        "set output " +
-        quoted(temp) + "\n" + body;
-    FILE *pipe = popen("gnuplot 2>&1", "w");
+        "set terminal pngcairo size 1000,600 noenhanced font ',10'\n" + body;
+    int fd = dup(out.fd()); /* without close-on-exec: gnuplot inherits it */
+    if (fd < 0)
+        throw Failure("cannot write " + png + ": " + std::strerror(errno));
+    FILE *pipe = popen(format("exec gnuplot >&%d", fd).c_str(), "w");
     bool ok = pipe && std::fwrite(script.data(), 1, script.size(), pipe) ==
                           script.size();
     int status = pipe ? pclose(pipe) : -1;
-    if (!ok || status != 0 || rename(temp.c_str(), png.c_str()) != 0) {
-        unlink(temp.c_str());
-        forgetTemporary(temp);
+    close(fd);
+    if (!ok || status != 0)
         throw Failure("gnuplot could not draw " + png);
-    }
-    forgetTemporary(temp);
+    out.commit();
 }
 } // namespace
 
@@ -76,7 +79,7 @@ void plotCurves(const std::string &png, const std::string &title,
                 const std::vector<std::vector<float>> &curves,
                 const std::vector<std::string> &names, double yFloor)
 {
-    DataFile data(png);
+    DataFile data;
     FILE *f = std::fopen(data.path.c_str(), "w");
     if (!f)
         throw Failure("cannot write the plot data beside " + png);
@@ -104,7 +107,7 @@ void plotImage(const std::string &png, const std::string &title,
                const std::vector<float> &levels, int columns, int rows,
                double xMax, double yMax, double floorDb)
 {
-    DataFile data(png);
+    DataFile data;
     // gnuplot reads the array row after row (x fastest): transpose.
     std::vector<float> byRow(size_t(columns) * size_t(rows));
     for (int c = 0; c < columns; c++)

@@ -1,6 +1,7 @@
 /*
- * Pictures through gnuplot, when it is installed. The picture is drawn into
- * a temporary file beside the destination and renamed into place.
+ * Pictures through gnuplot, when it is installed. The picture goes through
+ * an OutputFile: a temporary file beside the destination moved into place,
+ * or a device or pipe written in place.
  */
 #ifndef TOLV_CLI_PLOT_H
 #define TOLV_CLI_PLOT_H
