@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <functional>
 #include <string>
 
 #include "fresh_process.h"
@@ -162,4 +163,29 @@ TEST(PlanService, FinalizeStopsAPassAfterTheCurrentLengthAndRestartKeepsFlags)
         FRESH_CHECK(TOLV_OptimizeFFT(true) == 1);
         FRESH_CHECK(_FFTW_PassLengthCount() == 1);
     });
+}
+
+/* A pass that was joined once is joined no more: later stops, waits and the
+ * unload at exit meet a handle that ended long ago and return at once. Each
+ * sequence ends in a normal exit, so that the unload-time stop runs too. */
+TEST(PlanService, AJoinedPassIsNeverJoinedAgain)
+{
+    const std::function<void()> sequences[] = {
+        [] { TOLV_FinalizeFFT(); },
+        [] {
+            TOLV_Finalize();
+            TOLV_OptimizeFFT(true);
+        },
+        [] {
+            TOLV_FinalizeFFT();
+            TOLV_FinalizeFFT();
+        },
+    };
+    for (const auto &sequence : sequences) {
+        RUN_IN_FRESH_PROCESS({
+            FRESH_CHECK(TOLV_OptimizeFFT(false) == 1);
+            sequence();
+            exit(0);
+        });
+    }
 }

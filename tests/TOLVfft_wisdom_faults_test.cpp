@@ -121,13 +121,16 @@ bool IsWholeWisdom(const std::string &text)
     return ok == 1 && !text.empty();
 }
 
-/* What lies at a path: nothing, a folder, or a file and its bytes. */
+/* What lies at a path: nothing, a folder, a file and its bytes, or
+ * something else (a pipe, a link), which is not opened. */
 std::string State(const std::string &path)
 {
     struct stat st;
     if (lstat(path.c_str(), &st) != 0)
         return "none";
-    return S_ISDIR(st.st_mode) ? "folder" : "file:" + ReadFile(path);
+    if (S_ISDIR(st.st_mode))
+        return "folder";
+    return S_ISREG(st.st_mode) ? "file:" + ReadFile(path) : "other";
 }
 
 /* A sparse file of `size` bytes: only the last 4 KiB are written. */
@@ -211,6 +214,17 @@ TEST(WisdomFaults, UnwritablePlacesAreReadButNeverChanged)
         {"wisdom file is a folder", 0,
          [](const std::string &d) {
              mkdir((d + "/brae.optimization").c_str(), 0700);
+             return d;
+         }},
+        /* Opening either for writing would block or fill nothing. */
+        {"wisdom file is a named pipe", 0,
+         [](const std::string &d) {
+             mkfifo((d + "/brae.optimization").c_str(), 0600);
+             return d;
+         }},
+        {"wisdom file links to a device", 0,
+         [](const std::string &d) {
+             symlink("/dev/full", (d + "/brae.optimization").c_str());
              return d;
          }},
         {"read-only folder and file", 1,

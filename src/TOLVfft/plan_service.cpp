@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include <fftw3.h>
+#include <sys/stat.h>
 
 extern "C" {
 /* The one lock of the library; exported because hosts and the lapped
@@ -24,8 +25,13 @@ KEEL_MUTEX __FFTW_PlanLock = nullptr;
 }
 
 /* Handle of the background pass, or null. Only a waiting TOLV_OptimizeFFT
- * clears it, so a second pass needs a waiting call first. */
+ * clears it, so a second pass needs a waiting call first. A join releases
+ * the handle while the pointer may stay behind (a shutdown leaves it as it
+ * stands), so whether it was joined already is kept beside it: a second
+ * join of a pass that ended long ago then returns at once instead of
+ * touching the released handle. Both are read and written under the lock. */
 static KEEL_THREAD __FFTW_InitThread = nullptr;
+static bool __FFTW_InitThreadJoined = false;
 /* Raised by TOLV_FinalizeFFT and never lowered: after a shutdown every later
  * pass stops after its first table entry. Written under the lock, read by
  * the pass without it; a relaxed byte gives exactly that and no more. */
@@ -55,6 +61,15 @@ static void _WisdomPath(char (&path)[kPathSize], const char *folder)
 static bool _WisdomEnabled(void)
 {
     return KEELSETTINGS_GetBoolEx(nullptr, "tolv.fftw.use_wisdom=[1]");
+}
+
+/* A wisdom path that exists but is no regular file (a named pipe, a device,
+ * a folder) is never written, as it is never read: opening a pipe would
+ * wait for a reader for ever, with the planning lock held. */
+static bool _NotARegularFile(const char *path)
+{
+    struct stat st;
+    return stat(path, &st) == 0 && !S_ISREG(st.st_mode);
 }
 
 /* Reads a whole file into a zero-terminated buffer from fftwf_malloc. The
@@ -91,7 +106,8 @@ extern "C" int __FFTW_LoadWisdom(void)
         char path[kPathSize];
         _WisdomPath(path, folder);
         if (!KEELIO_FileExists(path)) {
-            /* A missing file settles the matter for this process. */
+            /* A missing file settles the matter for this process (a path
+             * that is no regular file counts as missing). */
             __FFTW_WisdomLoaded = 1;
         } else {
             KEEL_FILE file = KEELIO_Open(path, "r");
@@ -139,7 +155,8 @@ extern "C" int __FFTW_SaveWisdom(void)
         }
         if (same) {
             result = 1;
-        } else if ((file = KEELIO_Open(path, "w")) != nullptr) {
+        } else if (!_NotARegularFile(path) &&
+                   (file = KEELIO_Open(path, "w")) != nullptr) {
             KEELIO_WriteData(file, current, (int64_t)length);
             KEELIO_CloseFile(file);
             result = 1;
@@ -210,6 +227,16 @@ extern "C" KEEL_THREAD _FFTW_BackgroundThread(void)
     return __FFTW_InitThread;
 }
 
+/* The handle to join, once: null when there is none or when another call
+ * joined it already. Called with the lock held. */
+static KEEL_THREAD _ClaimJoin(void)
+{
+    if (__FFTW_InitThread == nullptr || __FFTW_InitThreadJoined)
+        return nullptr;
+    __FFTW_InitThreadJoined = true;
+    return __FFTW_InitThread;
+}
+
 extern "C" {
 
 int TOLV_InitializeFFT(void)
@@ -220,6 +247,7 @@ int TOLV_InitializeFFT(void)
      * old thread handle without joining it. */
     __FFTW_PlanLock = MutexInit();
     __FFTW_InitThread = nullptr;
+    __FFTW_InitThreadJoined = false;
     __FFTW_LoadWisdom();
     __FFTW_Initialized = 1;
     return 1;
@@ -231,6 +259,7 @@ int TOLV_OptimizeFFT(bool wait)
     if (__FFTW_InitThread == nullptr) {
         __FFTW_InitThread =
             KEELTHREAD_AddThread(__InitializeFFTWPlans, nullptr, 0);
+        __FFTW_InitThreadJoined = false;
         if (!wait || __FFTW_InitThread == nullptr) {
             MutexUnlock(__FFTW_PlanLock);
             return 1;
@@ -240,7 +269,7 @@ int TOLV_OptimizeFFT(bool wait)
         return 1;
     }
     /* The pass needs the lock to finish: release it before the join. */
-    KEEL_THREAD thread = __FFTW_InitThread;
+    KEEL_THREAD thread = _ClaimJoin();
     MutexUnlock(__FFTW_PlanLock);
     KEELTHREAD_JoinThreadEx(thread, nullptr);
     MutexLock(__FFTW_PlanLock);
@@ -254,11 +283,11 @@ int TOLV_FinalizeFFT(void)
     MutexLock(__FFTW_PlanLock);
     __FFTW_Initialized = 0;
     __FFTW_StopOptimization.store(1, std::memory_order_relaxed);
+    KEEL_THREAD thread = _ClaimJoin();
     MutexUnlock(__FFTW_PlanLock);
 
     /* The handle stays as it is after the join. */
-    if (__FFTW_InitThread != nullptr)
-        KEELTHREAD_JoinThreadEx(__FFTW_InitThread, nullptr);
+    KEELTHREAD_JoinThreadEx(thread, nullptr);
     if (__FFTW_WisdomLoaded)
         __FFTW_SaveWisdom();
     MutexDestroy(__FFTW_PlanLock);
