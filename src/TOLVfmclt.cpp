@@ -240,14 +240,22 @@ extern "C" TOLV_API _TOLV_FMCLTPROC *TOLV_FMCLTProcCreate(int size)
     proc->size = size;
     // 2 M + 2 floats: the half spectrum of 2 M points, bins 0 .. M. A size
     // below one asks for no memory at all (the planner then refuses too).
-    size_t floats = size >= 1 ? 2 * static_cast<size_t>(size) + 2 : 0;
-    proc->buffer = static_cast<float *>(fftwf_malloc(floats * sizeof(float)));
-    float *b = proc->buffer;
-    proc->forwardPlan =
-        fftwf_plan_dft_r2c_1d(2 * size, b, asComplex(b), FFTW_ESTIMATE);
-    proc->inversePlan =
-        fftwf_plan_dft_c2r_1d(2 * size, asComplex(b), b, FFTW_ESTIMATE);
-    proc->sinePlan = fftwf_plan_r2r_1d(size, b, b, FFTW_RODFT11, FFTW_ESTIMATE);
+    // A size whose 2 M does not fit the planner's 32-bit lengths gets no
+    // buffer and no plans, and the transforms then do nothing.
+    const int64_t points = 2 * static_cast<int64_t>(size);
+    if (points >= INT32_MIN && points <= INT32_MAX) {
+        const size_t floats = size >= 1 ? static_cast<size_t>(points) + 2 : 0;
+        proc->buffer =
+            static_cast<float *>(fftwf_malloc(floats * sizeof(float)));
+        float *b = proc->buffer;
+        const int n = static_cast<int>(points);
+        proc->forwardPlan =
+            fftwf_plan_dft_r2c_1d(n, b, asComplex(b), FFTW_ESTIMATE);
+        proc->inversePlan =
+            fftwf_plan_dft_c2r_1d(n, asComplex(b), b, FFTW_ESTIMATE);
+        proc->sinePlan =
+            fftwf_plan_r2r_1d(size, b, b, FFTW_RODFT11, FFTW_ESTIMATE);
+    }
     unlockPlanner(lock);
     return proc;
 }

@@ -165,6 +165,12 @@ int correlate(_TOLV_XCORRPROC *proc, const float *a, const float *b,
 
 } // namespace
 
+// 2 M for the larger length M, in 64 bits.
+static int64_t PaddedLength(int lengthA, int lengthB)
+{
+    return 2 * static_cast<int64_t>(lengthA > lengthB ? lengthA : lengthB);
+}
+
 extern "C" TOLV_API _TOLV_XCORRPROC *TOLV_XcorrProcCreate(int lengthA,
                                                           int lengthB)
 {
@@ -173,22 +179,28 @@ extern "C" TOLV_API _TOLV_XCORRPROC *TOLV_XcorrProcCreate(int lengthA,
         KEELMEM_NewEx(memory, sizeof(_TOLV_XCORRPROC), 0));
     const int m = lengthA > lengthB ? lengthA : lengthB;
     proc->memory = memory;
-    proc->fftLength = 2 * m;
-    proc->spectrumLength = m + 1;
+    // Lengths whose transform length does not fit in 32 bits get none: the
+    // spectra stay unallocated, which reports the processor as failed, and
+    // the execute functions find nothing to transform.
+    const bool fits = PaddedLength(lengthA, lengthB) <= INT32_MAX;
+    proc->fftLength = fits ? 2 * m : 0;
+    proc->spectrumLength = fits ? m + 1 : 0;
     proc->lengthA = lengthA;
     proc->lengthB = lengthB;
     const int64_t bufferBytes =
         static_cast<int64_t>(proc->fftLength) * sizeof(float);
     const int64_t spectrumBytes =
         static_cast<int64_t>(proc->spectrumLength) * sizeof(TOLV_COMPLEX);
-    proc->bufferA =
-        static_cast<float *>(KEELMEM_NewAligned(memory, 16, bufferBytes));
-    proc->bufferB =
-        static_cast<float *>(KEELMEM_NewAligned(memory, 16, bufferBytes));
-    proc->spectrumA = static_cast<TOLV_COMPLEX *>(
-        KEELMEM_NewAligned(memory, 16, spectrumBytes));
-    proc->spectrumB = static_cast<TOLV_COMPLEX *>(
-        KEELMEM_NewAligned(memory, 16, spectrumBytes));
+    if (fits) {
+        proc->bufferA =
+            static_cast<float *>(KEELMEM_NewAligned(memory, 16, bufferBytes));
+        proc->bufferB =
+            static_cast<float *>(KEELMEM_NewAligned(memory, 16, bufferBytes));
+        proc->spectrumA = static_cast<TOLV_COMPLEX *>(
+            KEELMEM_NewAligned(memory, 16, spectrumBytes));
+        proc->spectrumB = static_cast<TOLV_COMPLEX *>(
+            KEELMEM_NewAligned(memory, 16, spectrumBytes));
+    }
     proc->fft = TOLV_FFTProcCreate(proc->fftLength);
     proc->ifft = TOLV_IFFTProcCreate(proc->fftLength);
     if (!proc->spectrumA || !proc->spectrumB)
@@ -245,6 +257,11 @@ extern "C" TOLV_API double TOLV_XcorrCoef(const float *a, int lengthA,
     }
     if (!b) {
         KEELDEBUG_Error(-1, "TOLV_XcorrCoef: Invalid vector y\n");
+        return -1.0;
+    }
+    if (PaddedLength(lengthA, lengthB) > INT32_MAX) {
+        // No transform that long: the processor reports itself as failed.
+        TOLV_XcorrProcDestroy(TOLV_XcorrProcCreate(lengthA, lengthB));
         return -1.0;
     }
     KEEL_MEMDESCR memory =

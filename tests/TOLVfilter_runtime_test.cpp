@@ -239,7 +239,53 @@ TEST_P(Walk, OnlyWholeFramesFromStartAreTouched)
     EXPECT_EQ(buf, std::vector<float>(4, 1.0f));
 }
 
+// Starts and steps of 2^31 or more read as negative positions: the walk
+// keeps the frames that lie in the buffer, in the order it meets them, and
+// ends at the first one before it. Each kept frame is checked against a
+// twin filter run on that frame alone.
+TEST_P(Walk, PositionsBeforeTheBufferEndTheWalk)
+{
+    const struct {
+        uint32_t start, step;
+        std::vector<int> frames;
+    } cases[] = {{0xFFFFFFF0u, 1, {}},
+                 {0x80000000u, 1, {}},
+                 {0, 0x80000000u, {0}},
+                 {3, 0xFFFFFFF0u, {3}},
+                 {10, 0xFFFFFFFFu, {10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0}},
+                 {5, 0xFFFFFFFEu, {5, 3, 1}}};
+    const std::vector<float> x = UniformNoise(16, 5);
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.start);
+        FilterPtr f = GetParam()(1), twin = GetParam()(1);
+        std::vector<float> y(16, 7.0f), expected(16, 7.0f);
+        EXPECT_EQ(
+            TOLV_FilterEx(f.get(), x.data(), y.data(), 16, c.start, c.step), 1);
+        for (int p : c.frames)
+            TOLV_FilterEx(twin.get(), x.data(), expected.data(), p + 1, p, 1);
+        EXPECT_EQ(Bits(y), Bits(expected));
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Filter, Walk, ::testing::ValuesIn(kForms));
+
+// Direct-form rings are indexed in signed 32 bits, rows of numChannels
+// values: a ring whose index range does not fit is refused.
+TEST(FilterRun, RingsBeyondThirtyTwoBitIndicesAreRefused)
+{
+    const std::vector<double> b(65536, 0.0), a = {1.0};
+    EXPECT_EQ(TOLV_CreateFilterFromCoefs(32768, 65536, b.data(), 1, a.data()),
+              nullptr);
+    EXPECT_EQ(TOLV_CreateFilterFromCoefs(-2000000000, 3, b.data(), 1, a.data()),
+              nullptr);
+    EXPECT_EQ(TOLV_CreateFilter("numerator=[1 0.5], denominator=[1 -0.5], "
+                                "nc=2000000000"),
+              nullptr);
+    // A long ring that fits is accepted.
+    FilterPtr edge =
+        Own(TOLV_CreateFilterFromCoefs(16, 65536, b.data(), 1, a.data()));
+    EXPECT_NE(edge, nullptr);
+}
 
 TEST(FilterMemories, ResetAndUpdate)
 {

@@ -6,10 +6,12 @@
 #include <fftw3.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "keel.h"
@@ -369,6 +371,36 @@ TEST_F(XcorrMessages, RefusedSpectraAreReportedAndTheObjectStillServes)
     EXPECT_EQ(TOLV_XcorrPhatProcess(p, r, r, r), -7);
     EXPECT_EQ(r[0], 4.0f);
     EXPECT_EQ(TOLV_XcorrProcDestroy(p), 1);
+}
+
+// Lengths whose 2 M does not fit in 32 bits: no transform, the same report
+// as refused spectra, and nothing read or written by the calls.
+TEST_F(XcorrMessages, TransformsTooLongForThirtyTwoBitsAreRefused)
+{
+    const char *text = "TOLVXcorrProcCreate: Erro na alocacao dos vetores!\n";
+    float r[1] = {4.0f};
+    for (const auto &lengths : {std::pair<int, int>{0x40000000, 1},
+                                std::pair<int, int>{1, INT32_MAX}}) {
+        seen.clear();
+        _TOLV_XCORRPROC *p =
+            TOLV_XcorrProcCreate(lengths.first, lengths.second);
+        ASSERT_NE(p, nullptr);
+        ASSERT_EQ(seen.size(), 1u);
+        EXPECT_EQ(seen[0].text, text);
+        EXPECT_EQ(TOLV_XcorrVectorLength(p), -1);
+        EXPECT_EQ(TOLV_XcorrProcExecute(p, r, r, r), -1);
+        EXPECT_EQ(TOLV_XcorrPhatProcess(p, r, r, r), -1);
+        EXPECT_EQ(TOLV_XcorrProcDestroy(p), 1);
+
+        seen.clear();
+        int lag = 12345;
+        EXPECT_EQ(TOLV_XcorrCoef(r, lengths.first, r, lengths.second, &lag),
+                  -1.0);
+        EXPECT_EQ(lag, 12345);
+        ASSERT_EQ(seen.size(), 1u);
+        EXPECT_EQ(seen[0].text, text);
+    }
+    EXPECT_EQ(r[0], 4.0f);
 }
 
 TEST_F(XcorrMessages, EmptyAndNullProcessorsAreInert)

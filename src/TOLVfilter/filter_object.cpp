@@ -27,6 +27,17 @@ static _TOLV_FILTER *NewFilter(_TOLV_FilterRunFn run, _TOLV_FilterResetFn reset,
     return f;
 }
 
+/* Index range of a direct-form ring with its spare row. The run-time
+ * indexes the ring by rows of numChannels values in signed 32 bits (also
+ * when the count is negative and no channel is walked): a filter whose
+ * range does not fit there is refused. */
+static int64_t RingIndexRange(int32_t order, int numChannels)
+{
+    const int64_t channels =
+        numChannels < 0 ? -(int64_t)numChannels : (int64_t)numChannels;
+    return ((int64_t)order + 2) * channels;
+}
+
 extern "C" {
 
 /* Coefficients are normalised by a[0] once here, each division in f64 and
@@ -48,6 +59,10 @@ TOLV_API _TOLV_FILTER *TOLV_CreateFilterFromCoefs(int numChannels,
     // can set head past the last row, and the frames until head comes back
     // down keep their w[n] there. It is never read as history, so it needs
     // no defined contents.
+    if (RingIndexRange(st->order, numChannels) > INT32_MAX) {
+        free(st);
+        return nullptr;
+    }
     st->memory = (float *)calloc(
         (size_t)(st->order + 2) * _RingChannels(numChannels), sizeof(float));
     st->numCoefs = (float *)calloc((size_t)st->numOrder, sizeof(float));
@@ -79,6 +94,12 @@ TOLV_API _TOLV_FILTER *TOLV_CreateFilterFromBiquads(int numChannels,
     memcpy(st->sections, biquads, sizeof(double) * 5 * numBiquads);
     st->memory = (double *)calloc(4 * _RingChannels(numChannels) * numBiquads,
                                   sizeof(double));
+    if (st->memory == nullptr && numBiquads > 0 && numChannels > 0) {
+        // A ring too large for the machine: refused, not run on null.
+        free(st->sections);
+        free(st);
+        return nullptr;
+    }
     st->allocatedSections = (int32_t)numBiquads;
     st->numSections = (int32_t)numBiquads;
     st->head = 0;

@@ -4,7 +4,8 @@
  * p <= count - numChannels. Positions, the last start and the comparison
  * are signed 32-bit although callers pass unsigned values, so a block
  * shorter than one frame or a start past the end does nothing; the sum
- * wraps instead of overflowing.
+ * wraps instead of overflowing, and the walk stops at the first position
+ * that would fall before the buffer.
  */
 #ifndef TOLV_FILTER_WALK_H
 #define TOLV_FILTER_WALK_H
@@ -16,8 +17,15 @@ static inline void _WalkFrames(uint32_t count, uint32_t start, uint32_t step,
                                int32_t numChannels, FrameFn frame)
 {
     const int32_t last = (int32_t)(count - (uint32_t)numChannels);
-    for (uint32_t p = start; (int32_t)p <= last; p += step)
+    for (uint32_t p = start; (int32_t)p <= last; p += step) {
+        // A position that reads as negative lies before the buffer (a start
+        // or a step of 2^31 or more): the walk ends there. Every position
+        // then stays in 0 .. last, and any step but 0 reaches one of the
+        // two ends, so the walk also ends.
+        if ((int32_t)p < 0)
+            break;
         frame((int32_t)p);
+    }
 }
 
 #endif
