@@ -315,8 +315,9 @@ KEEL_API int FVectorArgAbsMax(const float *vector, int count, float *maxValue);
  * with x widened from float. memA (past inputs, memA[k-1] = x[n-k]) and memB
  * (past outputs, memB[k-1] = y[n-k]) hold count + 1 doubles each, start
  * cleared, and carry the filter's past across calls, so a signal filtered
- * in any split of blocks gives the same bits. Returns 1, also for
- * samples <= 0 (which does nothing); 0 for a null pointer or count < 1. */
+ * in any split of blocks gives the same bits. A count below 1 has empty
+ * sums: every output is 0 and nothing else is read. Returns 1, also for
+ * samples <= 0 (which does nothing); 0 for a null pointer. */
 KEEL_API int FilterBlockFloat(const double *a, const double *b, int count,
                               double *memA, double *memB, const float *input,
                               double *output, int samples);

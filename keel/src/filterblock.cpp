@@ -54,6 +54,17 @@ void filterWindowed(const double *a, const double *b, int past, double *memA,
     }
 }
 
+// With no coefficient both sums are empty: every output is 0, whatever the
+// input, and neither coefficients nor memories are read.
+int emptyFilter(double *output, int samples)
+{
+    if (samples > 0 && output == nullptr)
+        return 0;
+    for (int n = 0; n < samples; ++n)
+        output[n] = 0.0;
+    return 1;
+}
+
 } // namespace
 
 extern "C" {
@@ -64,8 +75,9 @@ KEEL_API int FilterBlockFloat(const double *a, const double *b, int count,
                               double *memA, double *memB, const float *input,
                               double *output, int samples)
 {
-    if (a == nullptr || b == nullptr || memA == nullptr || memB == nullptr ||
-        count < 1)
+    if (count < 1)
+        return emptyFilter(output, samples);
+    if (a == nullptr || b == nullptr || memA == nullptr || memB == nullptr)
         return 0;
     if (samples <= 0)
         return 1;

@@ -171,12 +171,24 @@ TEST(KeelFilterBlock, RefusalsAndEmptyBlocksLeaveTheStateAlone)
     const float x[1] = {1.0f};
     EXPECT_EQ(FilterBlockFloat(a, b, 2, memA, memB, x, y, 0), 1);
     EXPECT_EQ(FilterBlockFloat(a, b, 2, memA, memB, nullptr, nullptr, -5), 1);
-    EXPECT_EQ(FilterBlockFloat(a, b, 0, memA, memB, x, y, 1), 0);
     EXPECT_EQ(FilterBlockFloat(nullptr, b, 2, memA, memB, x, y, 1), 0);
     EXPECT_EQ(FilterBlockFloat(a, b, 2, memA, nullptr, x, y, 1), 0);
     EXPECT_EQ(y[0], -9.0);
     EXPECT_EQ(std::memcmp(memA, keptA, sizeof memA), 0);
     EXPECT_EQ(std::memcmp(memB, keptB, sizeof memB), 0);
+}
+
+// No coefficient, no sum: silence out, whatever came in, and nothing read
+// (the stored tables give null coefficients for a pair they lack).
+TEST(KeelFilterBlock, NoCoefficientsGiveSilence)
+{
+    const float x[3] = {0.5f, -0.25f, 0.75f};
+    double y[4] = {-9.0, -9.0, -9.0, -9.0};
+    EXPECT_EQ(FilterBlockFloat(nullptr, nullptr, 0, nullptr, nullptr, x, y, 3),
+              1);
+    EXPECT_EQ(y[0], 0.0);
+    EXPECT_EQ(y[2], 0.0);
+    EXPECT_EQ(y[3], -9.0);
 }
 
 } // namespace

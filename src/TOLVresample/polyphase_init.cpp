@@ -28,6 +28,8 @@ static double *_DesignPrototype(int32_t up, int32_t down, int32_t n)
 {
     int32_t length = up + n + 1 - (n + 1) % up;
     double *h = (double *)calloc((size_t)length, sizeof(double));
+    if (h == NULL)
+        return NULL;
     double cutoff = 0.95 * fmin(PI / up, PI / down);
     int32_t half = n / 2;
     for (int32_t i = 0; i < half; i++) {
@@ -46,6 +48,13 @@ static double *_DesignPrototype(int32_t up, int32_t down, int32_t n)
     return h;
 }
 
+/* The refused order: reported, and the handle left without a state. */
+static void _RefuseOrder(_TOLV_RESAMPLE *handle)
+{
+    KEELDEBUG_TerminalError(-1, "TOLV_ResampleInit: Parametros invalidos");
+    handle->impl = NULL;
+}
+
 void _PolyphaseResampleInit(_TOLV_RESAMPLE *handle, int inputRate,
                             int outputRate, const char *config)
 {
@@ -54,17 +63,23 @@ void _PolyphaseResampleInit(_TOLV_RESAMPLE *handle, int inputRate,
     bool compensate =
         KEELSTRING_GetBooleanValueFromString(config, "delaycompensation", true);
     if (order < 1) {
-        KEELDEBUG_TerminalError(-1, "TOLV_ResampleInit: Parametros invalidos");
-        handle->impl = NULL;
+        _RefuseOrder(handle);
         return;
     }
     _TOLV_POLYPHASE *s = (_TOLV_POLYPHASE *)calloc(1, sizeof(_TOLV_POLYPHASE));
     int32_t g = _ResampleGcd(inputRate, outputRate);
     int32_t up = outputRate / g;
     int32_t down = inputRate / g;
-    /* The length wraps as a 32-bit product would. */
+    /* The length wraps as a 32-bit product would; a length that wrapped
+     * to nothing, or whose rows would not fit, is refused like an order
+     * below 1. */
     int32_t n = (int32_t)(uint32_t)(2u * (uint32_t)(up > down ? up : down) *
                                     (uint32_t)order);
+    if (n < 1 || (int64_t)up + n + 1 > INT32_MAX) {
+        free(s);
+        _RefuseOrder(handle);
+        return;
+    }
 
     /* Group delay of N / 2 grid steps, in output frames. */
     int32_t delay = (int32_t)roundf((float)n / ((float)down + (float)down));
@@ -72,6 +87,11 @@ void _PolyphaseResampleInit(_TOLV_RESAMPLE *handle, int inputRate,
     s->skipRemaining = compensate ? delay : 0;
 
     double *h = _DesignPrototype(up, down, n);
+    if (h == NULL) {
+        free(s);
+        _RefuseOrder(handle);
+        return;
+    }
     int32_t taps = (n + 1) / up + ((n + 1) % up != 0 ? 1 : 0);
     s->tapsPerPhase = taps;
     s->delayLine = (double *)calloc((size_t)taps, sizeof(double));
