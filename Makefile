@@ -4,11 +4,12 @@ ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
+FUZZ_KEEP ?= 0
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 PREFIX     ?= /usr/local
 CMAKE_ARGS ?=
 
-.PHONY: all deps build test test-asan test-tsan fuzz demo install bench docs clean format format-check
+.PHONY: all deps build test test-asan test-tsan fuzz demo install bench docs clean format format-check fuzz-long
 
 all: build
 
@@ -50,7 +51,12 @@ fuzz:
 	      -DCMAKE_CXX_COMPILER=clang++-14 -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	      -DTOLV_FUZZ=ON -DTOLV_TESTS=OFF -DTOLV_EXAMPLES=OFF $(CMAKE_ARGS)
 	cmake --build $(FUZZ_BUILD) -j $(JOBS)
-	./fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
+	FUZZ_KEEP=$(FUZZ_KEEP) ./fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
+
+# Every fuzz target for ten minutes; what adds coverage is merged into the
+# corpus kept in fuzz/corpus (commit it).
+fuzz-long:
+	$(MAKE) fuzz FUZZ_SECONDS=600 FUZZ_KEEP=1
 
 # The main job on built-in material: test audio made on the spot, every tolv
 # subcommand run on it, and a report of the figures measured.

@@ -4,7 +4,8 @@
 # New inputs gather in BUILD_DIR/corpus/<target> (the seeds of
 # fuzz/corpus/<target> are read, never written); a crash leaves its input in
 # BUILD_DIR/artifacts and makes the script fail. The wisdom file is kept out
-# of it: KEEL_DATA_PATH is emptied.
+# of it: KEEL_DATA_PATH is emptied. With FUZZ_KEEP=1 the inputs that add
+# coverage are merged into fuzz/corpus/<target> afterwards (make fuzz-long).
 set -eu
 build="$1"
 seconds="$2"
@@ -14,11 +15,13 @@ targets="${*:-$(cd "$here" && ls *_fuzzer.cpp | sed 's/_fuzzer\.cpp$//')}"
 mkdir -p "$build/artifacts"
 status=0
 for t in $targets; do
-    mkdir -p "$build/corpus/$t"
+    mkdir -p "$build/corpus/$t" "$here/corpus/$t"
     log="$build/fuzz-$t.log"
+    dict=""
+    [ -f "$here/dict/$t.dict" ] && dict="-dict=$here/dict/$t.dict"
     if env KEEL_DATA_PATH= UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
         "$build/fuzz/${t}_fuzzer" -max_total_time="$seconds" -timeout=10 \
-        -rss_limit_mb=2048 -print_final_stats=1 -dict="$here/dict/$t.dict" \
+        -rss_limit_mb=2048 -print_final_stats=1 $dict \
         -artifact_prefix="$build/artifacts/$t-" \
         "$build/corpus/$t" "$here/corpus/$t" >"$log" 2>&1; then
         result=ok
@@ -33,5 +36,10 @@ for t in $targets; do
     ft=$(echo "$last" | sed -n 's/.*ft: \([0-9]*\).*/\1/p')
     corp=$(echo "$last" | sed -n 's/.*corp: \([0-9]*\).*/\1/p')
     echo "fuzz $t: $result, ${runs:-?} runs in ${seconds} s, coverage ${cov:-?} edges, ${ft:-?} features, corpus ${corp:-?}"
+    if [ "${FUZZ_KEEP:-0}" = 1 ] && [ "$result" = ok ]; then
+        env KEEL_DATA_PATH= "$build/fuzz/${t}_fuzzer" -merge=1 \
+            -rss_limit_mb=2048 "$here/corpus/$t" "$build/corpus/$t" \
+            >>"$log" 2>&1
+    fi
 done
 exit $status
