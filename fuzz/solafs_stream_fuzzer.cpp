@@ -42,9 +42,9 @@ std::vector<float> Drive(_TOLV_SOLAFS *s, const std::vector<float> &in,
     size_t k = 0;
     for (int next = 0; next < frames; k++) {
         const Piece p = pieces[k % pieces.size()];
-        const int got = TOLV_SolafsInputData(s, channel, &in[(size_t)next * channels],
-                                             std::min(p.offer, frames - next),
-                                             p.speed);
+        const int got =
+            TOLV_SolafsInputData(s, channel, &in[(size_t)next * channels],
+                                 std::min(p.offer, frames - next), p.speed);
         next += got;
         int n = 0, produced = 0;
         const size_t room = (size_t)std::max(p.capacity, len) * channels;
@@ -70,8 +70,8 @@ std::vector<Piece> Pieces(FuzzedDataProvider &fuzz, bool changeSpeed,
     for (Piece &p : pieces) {
         p.offer = fuzz.ConsumeIntegralInRange(1, 5000);
         p.capacity = fuzz.ConsumeIntegralInRange(-1, 5000);
-        p.speed = changeSpeed ? fuzz.ConsumeFloatingPointInRange(0.05f, 3.0f)
-                              : speed;
+        p.speed =
+            changeSpeed ? fuzz.ConsumeFloatingPointInRange(0.05f, 3.0f) : speed;
     }
     return pieces;
 }

@@ -72,7 +72,8 @@ void Lapped(int m)
     float *window = Floats(2 * (size_t)(m + 1), 0.0f);
     TOLV_COMPLEX *w = reinterpret_cast<TOLV_COMPLEX *>(window);
     TOLV_FMCLTFreqWindow(w, m);
-    float *re = Floats(m, 0.0f), *im = Floats(m, 0.0f), *block = Floats(m, 1.0f);
+    float *re = Floats(m, 0.0f), *im = Floats(m, 0.0f),
+          *block = Floats(m, 1.0f);
     float *previous = Floats(m, 0.5f), *overlap = Floats(m, 0.0f);
     TOLV_FMCLTDirect(proc, re, im, block, previous, w);
     TOLV_FMCLTInverse(proc, re, im, block, overlap, w);

@@ -91,6 +91,7 @@ int _DFIIcopyMem(_TOLV_FILTER *dest, const _TOLV_FILTER *src)
     const int64_t rows = (d->order < s->order ? d->order : s->order) + 1;
     memmove(d->memory, s->memory, sizeof(float) * (size_t)(rows * M));
     if (d->order > s->order) {
+        // Kept on purpose, pinned by FilterMemories.DirectFormCopies.
         // The rows the source lacks are not touched: the clear starts at
         // the byte offset of the first of them taken as a float index, and
         // so always ends past the ring. Only the part that falls inside the

@@ -177,6 +177,7 @@ int _DFIISOScopyMem(_TOLV_FILTER *dest, const _TOLV_FILTER *src)
             memmove(d->memory + r * dS * M + c * dS,
                     s->memory + r * sS * M + c * sS, sizeof(double) * n);
             if (dS > sS) {
+                // Kept on purpose, pinned by FilterMemories.SectionCopies.
                 // The clear steps over channels by numChannels, not by the
                 // section count: for channel 0 it hits the added sections
                 // exactly, for later channels it lands elsewhere in the

@@ -12,6 +12,17 @@
 /* Largest cascade accepted from a caller's records. */
 static const uint32_t kMaxBiquads = 65536;
 
+/* Reports a count over the limit. The message names the constructor for
+ * the update too: both share the one limit. */
+static bool TooManyBiquads(uint32_t numBiquads)
+{
+    if (numBiquads <= kMaxBiquads)
+        return false;
+    KEELDEBUG_Error(-1, "TOLV_CreateFilterFromBiquads: Too many biquads (%u)\n",
+                    numBiquads);
+    return true;
+}
+
 /* The object around a state record; only designed filters carry a type. */
 static _TOLV_FILTER *NewFilter(_TOLV_FilterRunFn run, _TOLV_FilterResetFn reset,
                                _TOLV_FilterCopyFn copy, void *state,
@@ -83,12 +94,8 @@ TOLV_API _TOLV_FILTER *TOLV_CreateFilterFromBiquads(int numChannels,
 {
     if (biquads == NULL)
         return NULL;
-    if (numBiquads > kMaxBiquads) {
-        KEELDEBUG_Error(-1,
-                        "TOLV_CreateFilterFromBiquads: Too many biquads (%u)\n",
-                        numBiquads);
+    if (TooManyBiquads(numBiquads))
         return NULL;
-    }
     _DFIISOSstate *st = (_DFIISOSstate *)calloc(1, sizeof(_DFIISOSstate));
     st->sections = (double *)calloc(5 * (size_t)numBiquads, sizeof(double));
     memcpy(st->sections, biquads, sizeof(double) * 5 * numBiquads);
@@ -115,13 +122,8 @@ TOLV_API int TOLV_UpdateFilterBiquads(_TOLV_FILTER *filter, uint32_t numBiquads,
 {
     if (biquads == NULL)
         return 0;
-    if (numBiquads > kMaxBiquads) {
-        // The message names the constructor: both share the one limit.
-        KEELDEBUG_Error(-1,
-                        "TOLV_CreateFilterFromBiquads: Too many biquads (%u)\n",
-                        numBiquads);
+    if (TooManyBiquads(numBiquads))
         return 0;
-    }
     // The caller owes a section filter. A null object or one of the direct
     // form is refused here rather than written through, as its state
     // cannot match the count.

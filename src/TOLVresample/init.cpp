@@ -31,8 +31,7 @@ TOLV_ResampleInit(int inputRate, int outputRate, const char *config)
     KEELSTRING_GetStringValueFromString(text, "type", "polyphase", type,
                                         sizeof type);
     handle->kind = TOLV_RESAMPLE_ZOH;
-    if (strcmp(type, "zoh") != 0 &&
-        (strcmp(type, "polyphase") == 0 || strcmp(type, "poly") == 0))
+    if (strcmp(type, "polyphase") == 0 || strcmp(type, "poly") == 0)
         _PolyphaseResampleInit(handle, inputRate, outputRate, text);
     else
         _ZOHResampleInit(handle, inputRate, outputRate);
