@@ -29,85 +29,108 @@ struct Converters {
 };
 } // namespace
 
-int runResample(const Arguments &argv)
+namespace {
+
+struct ResampleOptions {
+    std::string in, out, type, encoding;
+    long rate = 0, order = 30;
+};
+
+ResampleOptions parseResample(const Arguments &argv)
 {
     Args args(argv, {{"--rate", "--type", "--order", "--encoding"}, {}});
     if (args.positional().size() != 2)
         throw UsageError("needs IN and OUT");
     if (!args.has("--rate"))
         throw UsageError("needs --rate");
-    const std::string &in = args.positional()[0], &out = args.positional()[1];
-    long rate = parseInteger(args.get("--rate", ""), "--rate");
-    if (rate < 1 || rate > 10000000)
+    ResampleOptions o;
+    o.in = args.positional()[0];
+    o.out = args.positional()[1];
+    o.encoding = args.get("--encoding", "");
+    o.rate = parseInteger(args.get("--rate", ""), "--rate");
+    if (o.rate < 1 || o.rate > 10000000)
         throw UsageError("--rate must be between 1 and 10000000 Hz");
-    std::string type = args.get("--type", "polyphase");
-    if (type != "polyphase" && type != "zoh")
+    o.type = args.get("--type", "polyphase");
+    if (o.type != "polyphase" && o.type != "zoh")
         throw UsageError("--type must be polyphase or zoh");
-    long order = 30;
     if (args.has("--order")) {
-        if (type != "polyphase")
+        if (o.type != "polyphase")
             throw UsageError("--order applies to the polyphase type only");
-        order = parseInteger(args.get("--order", ""), "--order");
-        if (order < 1 || order > 1000)
+        o.order = parseInteger(args.get("--order", ""), "--order");
+        if (o.order < 1 || o.order > 1000)
             throw UsageError("--order must be between 1 and 1000");
     }
+    return o;
+}
 
-    AudioReader reader(in);
-    checkOutputs({in}, {out});
-    checkAudioName(out);
-    const int channels = reader.channels();
-    const int64_t g = std::gcd(int64_t(reader.rate()), int64_t(rate));
-    const int64_t up = rate / g, down = reader.rate() / g;
-    if (type == "polyphase" &&
-        2 * std::max(up, down) * order > kMaxPrototypeTaps)
+/* The rate grid: L output ticks for every M input frames. */
+struct Grid {
+    int64_t up, down;
+    Grid(int64_t from, int64_t to)
+        : up(to / std::gcd(from, to)), down(from / std::gcd(from, to))
+    {}
+    /* Output frames for `frames` of input. */
+    int64_t outputFor(int64_t frames) const
+    {
+        return (frames * up + down / 2) / down;
+    }
+};
+
+void checkPrototype(const ResampleOptions &o, int fromRate, const Grid &grid)
+{
+    const int64_t taps = 2 * std::max(grid.up, grid.down) * o.order;
+    if (o.type == "polyphase" && taps > kMaxPrototypeTaps)
         throw Failure(format("%d Hz and %ld Hz have too small a common divisor "
                              "for the polyphase converter (it would need %lld "
                              "taps); pick a nearby rate or a lower --order",
-                             reader.rate(), rate,
-                             (long long)(2 * std::max(up, down) * order + 1)));
+                             fromRate, o.rate, (long long)(taps + 1)));
+}
 
-    std::string config =
-        type == "zoh" ? "type=zoh" : format("type=polyphase, order=%ld", order);
-    Converters conv;
+void createConverters(const ResampleOptions &o, int fromRate, int channels,
+                      Converters &conv)
+{
+    const std::string config =
+        o.type == "zoh" ? "type=zoh"
+                        : format("type=polyphase, order=%ld", o.order);
     takeLibraryErrors();
-    {
-        for (int c = 0; c < channels; c++) {
-            _TOLV_RESAMPLE *r =
-                TOLV_ResampleInit(reader.rate(), int(rate), config.c_str());
-            if (r)
-                conv.perChannel.push_back(r);
-            std::string why = takeLibraryErrors();
-            if (!r || !why.empty())
-                throw Failure(format("cannot convert %d Hz to %ld Hz",
-                                     reader.rate(), rate) +
-                              (why.empty() ? "" : ": " + why));
-        }
+    for (int c = 0; c < channels; c++) {
+        _TOLV_RESAMPLE *r =
+            TOLV_ResampleInit(fromRate, int(o.rate), config.c_str());
+        if (r)
+            conv.perChannel.push_back(r);
+        std::string why = takeLibraryErrors();
+        if (!r || !why.empty())
+            throw Failure(
+                format("cannot convert %d Hz to %ld Hz", fromRate, o.rate) +
+                (why.empty() ? "" : ": " + why));
     }
+}
 
-    // Output frames for `frames` of input; a stream of unknown length is
-    // bounded only once it has ended.
-    auto outputFor = [&](int64_t frames) {
-        return (frames * up + down / 2) / down;
-    };
-    int64_t expected =
-        reader.frames() < 0 ? INT64_MAX : outputFor(reader.frames());
-    // Each input frame yields at most ceil(up / down) output frames: the
-    // input block shrinks as the ratio grows, so the buffers stay within
-    // the budget whatever the rates.
-    const int64_t perFrame =
-        4 * (2 * channels * (up / down + 1) + channels + 1);
-    const int64_t block =
-        std::clamp<int64_t>(kBlockBudgetBytes / perFrame, 1, 8192);
-    const int64_t capacity = block * (up / down + 1) + 8;
-    std::vector<float> frames(static_cast<size_t>(block * channels));
-    std::vector<float> in1(static_cast<size_t>(block));
-    std::vector<std::vector<float>> out1(
-        static_cast<size_t>(channels),
-        std::vector<float>(static_cast<size_t>(capacity)));
-    std::vector<float> interleaved(static_cast<size_t>(capacity * channels));
-    AudioWriter writer(out, reader.format(), channels, int(rate),
-                       args.get("--encoding", ""));
-    auto emit = [&](int64_t count) {
+/* Buffers of one run, sized from the memory budget: each input frame
+ * yields at most ceil(up / down) output frames, so the input block shrinks
+ * as the ratio grows and the buffers stay within the budget whatever the
+ * rates. */
+struct Pipeline {
+    int channels;
+    int64_t block, capacity, expected = INT64_MAX;
+    std::vector<float> frames, in1, interleaved;
+    std::vector<std::vector<float>> out1;
+    Pipeline(int channels, const Grid &grid)
+        : channels(channels),
+          block(std::clamp<int64_t>(
+              kBlockBudgetBytes /
+                  (4 *
+                   (2 * channels * (grid.up / grid.down + 1) + channels + 1)),
+              1, 8192)),
+          capacity(block * (grid.up / grid.down + 1) + 8),
+          frames(size_t(block * channels)), in1(size_t(block)),
+          interleaved(size_t(capacity * channels)),
+          out1(size_t(channels), std::vector<float>(size_t(capacity)))
+    {}
+    /* Interleaves the first `count` frames of every channel, up to the
+     * expected length, into the writer. */
+    void emit(AudioWriter &writer, int64_t count)
+    {
         count = std::min(count, expected - writer.framesWritten());
         if (count <= 0)
             return;
@@ -116,54 +139,88 @@ int runResample(const Arguments &argv)
                 interleaved[size_t(f * channels + c)] =
                     out1[size_t(c)][size_t(f)];
         writer.write(interleaved.data(), count);
-    };
-
-    Progress progress("resampling", reader.frames());
-    int64_t consumed = 0;
-    for (;;) {
-        int64_t got = reader.read(frames.data(), block);
-        if (got == 0)
-            break;
-        int produced = -1;
-        for (int c = 0; c < channels; c++) {
-            for (int64_t f = 0; f < got; f++)
-                in1[size_t(f)] = frames[size_t(f * channels + c)];
-            int n = TOLV_Resample(conv.perChannel[size_t(c)], in1.data(),
-                                  out1[size_t(c)].data(), int(got));
-            // Every channel runs the same phase grid.
-            produced = c == 0 ? n : std::min(produced, n);
-        }
-        emit(produced);
-        consumed += got;
-        progress.update(consumed);
     }
-    expected = outputFor(consumed);
-    // What the polyphase filter still holds comes out of the flush; the
-    // zero-order hold has nothing to drain.
+};
+
+/* One block of every channel; all channels run the same phase grid. */
+int convertBlock(Converters &conv, Pipeline &p, int64_t got)
+{
+    int produced = -1;
+    for (int c = 0; c < p.channels; c++) {
+        for (int64_t f = 0; f < got; f++)
+            p.in1[size_t(f)] = p.frames[size_t(f * p.channels + c)];
+        int n = TOLV_Resample(conv.perChannel[size_t(c)], p.in1.data(),
+                              p.out1[size_t(c)].data(), int(got));
+        produced = c == 0 ? n : std::min(produced, n);
+    }
+    return produced;
+}
+
+/* What the polyphase filter still holds comes out of the flush; the
+ * zero-order hold has nothing to drain. */
+int flushAll(Converters &conv, Pipeline &p)
+{
     int flushed = -1;
-    for (int c = 0; c < channels; c++) {
+    for (int c = 0; c < p.channels; c++) {
         _TOLV_RESAMPLE *r = conv.perChannel[size_t(c)];
         int pending = std::max(0, TOLV_ResampleFlushBufferSize(r));
-        if (int64_t(out1[size_t(c)].size()) < pending)
-            out1[size_t(c)].resize(size_t(pending));
-        if (int64_t(interleaved.size()) < int64_t(pending) * channels)
-            interleaved.resize(size_t(pending) * channels);
+        if (int64_t(p.out1[size_t(c)].size()) < pending)
+            p.out1[size_t(c)].resize(size_t(pending));
+        if (int64_t(p.interleaved.size()) < int64_t(pending) * p.channels)
+            p.interleaved.resize(size_t(pending) * p.channels);
         int n = pending > 0 ? TOLV_ResampleFlushBuffersEx(
-                                  r, out1[size_t(c)].data(), pending)
+                                  r, p.out1[size_t(c)].data(), pending)
                             : 0;
         flushed = c == 0 ? n : std::min(flushed, n);
     }
-    emit(flushed);
+    return flushed;
+}
+
+/* A stream shorter than the converter's delay can come out a few frames
+ * short; the missing end is silence. */
+void padToExpected(AudioWriter &writer, Pipeline &p)
+{
+    std::fill(p.interleaved.begin(), p.interleaved.end(), 0.0f);
+    while (writer.framesWritten() < p.expected)
+        writer.write(
+            p.interleaved.data(),
+            std::min<int64_t>(p.expected - writer.framesWritten(),
+                              int64_t(p.interleaved.size()) / p.channels));
+}
+
+} // namespace
+
+int runResample(const Arguments &argv)
+{
+    const ResampleOptions o = parseResample(argv);
+    AudioReader reader(o.in);
+    checkOutputs({o.in}, {o.out});
+    checkAudioName(o.out);
+    const int channels = reader.channels();
+    const Grid grid(reader.rate(), o.rate);
+    checkPrototype(o, reader.rate(), grid);
+    Converters conv;
+    createConverters(o, reader.rate(), channels, conv);
+
+    // A stream of unknown length is bounded only once it has ended.
+    Pipeline p(channels, grid);
+    if (reader.frames() >= 0)
+        p.expected = grid.outputFor(reader.frames());
+    AudioWriter writer(o.out, reader.format(), channels, int(o.rate),
+                       o.encoding);
+    Progress progress("resampling", reader.frames());
+    int64_t consumed = 0;
+    for (int64_t got; (got = reader.read(p.frames.data(), p.block)) != 0;) {
+        p.emit(writer, convertBlock(conv, p, got));
+        consumed += got;
+        progress.update(consumed);
+    }
+    p.expected = grid.outputFor(consumed);
+    p.emit(writer, flushAll(conv, p));
     progress.finish();
-    // A stream shorter than the converter's delay can come out a few frames
-    // short; the missing end is silence.
-    std::fill(interleaved.begin(), interleaved.end(), 0.0f);
-    while (writer.framesWritten() < expected)
-        writer.write(interleaved.data(),
-                     std::min<int64_t>(expected - writer.framesWritten(),
-                                       int64_t(interleaved.size()) / channels));
+    padToExpected(writer, p);
     writer.commit();
-    reportOutput(writer, expected);
+    reportOutput(writer, p.expected);
     return 0;
 }
 
