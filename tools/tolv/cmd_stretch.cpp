@@ -93,49 +93,71 @@ void checkStretchRate(int rate, int channels, long frameMs)
     if (!frameFits(frameMs, rate))
         refuseFrameMs(rate);
 }
-} // namespace
 
-int runStretch(const Arguments &argv)
+struct StretchOptions {
+    std::string in, out, encoding;
+    double speed = 1.0;
+    long frameMs = 20;
+};
+
+StretchOptions parseStretch(const Arguments &argv)
 {
     Args args(argv, {{"--speed", "--frame-ms", "--encoding"}, {}});
     if (args.positional().size() != 2)
         throw UsageError("needs IN and OUT");
     if (!args.has("--speed"))
         throw UsageError("needs --speed");
-    const std::string &in = args.positional()[0], &out = args.positional()[1];
-    double speed = parseReal(args.get("--speed", ""), "--speed");
+    StretchOptions o;
+    o.in = args.positional()[0];
+    o.out = args.positional()[1];
+    o.encoding = args.get("--encoding", "");
+    o.speed = parseReal(args.get("--speed", ""), "--speed");
     // Beyond a speed of 3 a synthesis step can read past the newest input;
     // below 1/100 every stretch of input repeats a hundred times and more,
     // and the output's length runs past what the engine's 32-bit positions
     // and f32 analysis position can place.
-    if (!(speed >= kMinSpeed) || speed > 3.0)
+    if (!(o.speed >= kMinSpeed) || o.speed > 3.0)
         throw UsageError("--speed must be from 0.01 to 3");
-    long frameMs = parseInteger(args.get("--frame-ms", "20"), "--frame-ms");
+    o.frameMs = parseInteger(args.get("--frame-ms", "20"), "--frame-ms");
+    return o;
+}
 
-    AudioReader reader(in);
-    checkOutputs({in}, {out});
-    checkAudioName(out);
-    const int rate = reader.rate(), channels = reader.channels();
-    checkStretchRate(rate, channels, frameMs);
-    const int64_t frame = frameLength(frameMs, rate);
-
-    // A stream of unknown length is bounded only once it has ended.
-    int64_t expected = reader.frames() < 0
-                           ? INT64_MAX
-                           : std::llround(double(reader.frames()) / speed);
-    std::vector<Channel> chans(static_cast<size_t>(channels));
-    for (Channel &ch : chans)
-        ch.engine = TOLV_SolafsCreate(int(frameMs), rate, 1);
-    // Output comes in whole blocks of half a frame, never more than asked
-    // for once the capacity holds one block.
-    std::vector<float> scratch(static_cast<size_t>(65536 + frame));
-
-    const int64_t block = 8192;
-    std::vector<float> frames(static_cast<size_t>(block * channels));
-    std::vector<float> interleaved;
-    AudioWriter writer(out, reader.format(), channels, rate,
-                       args.get("--encoding", ""));
-    auto drain = [&]() {
+/* One engine per channel and the interleaving of what they give. */
+struct Stretcher {
+    std::vector<Channel> chans;
+    std::vector<float> scratch, interleaved;
+    float speed;
+    int64_t expected = INT64_MAX;
+    Stretcher(int channels, const StretchOptions &o, int rate, int64_t frame)
+        : chans(size_t(channels)),
+          // Output comes in whole blocks of half a frame, never more than
+          // asked for once the capacity holds one block.
+          scratch(size_t(65536 + frame)), speed(float(o.speed))
+    {
+        for (Channel &ch : chans)
+            ch.engine = TOLV_SolafsCreate(int(o.frameMs), rate, 1);
+    }
+    /* The engine keeps its memory for the life of the process. */
+    ~Stretcher()
+    {
+        for (Channel &ch : chans)
+            TOLV_SolafsDestroy(ch.engine);
+    }
+    /* Queues `got` interleaved frames (or silence, for a null block). */
+    void feed(const float *frames, int64_t got)
+    {
+        const size_t channels = chans.size();
+        for (size_t c = 0; c < channels; c++) {
+            Channel &ch = chans[c];
+            for (int64_t f = 0; f < got; f++)
+                ch.pending.push_back(frames ? frames[size_t(f) * channels + c]
+                                            : 0.0f);
+            pump(ch, speed, scratch);
+        }
+    }
+    /* Writes what every channel has ready, up to the expected length. */
+    void drain(AudioWriter &writer)
+    {
         size_t count = chans[0].ready.size();
         for (const Channel &ch : chans)
             count = std::min(count, ch.ready.size());
@@ -143,50 +165,56 @@ int runStretch(const Arguments &argv)
                                          expected - writer.framesWritten()));
         if (count == 0)
             return;
-        interleaved.resize(count * size_t(channels));
-        for (int c = 0; c < channels; c++) {
-            std::vector<float> &r = chans[size_t(c)].ready;
+        const size_t channels = chans.size();
+        interleaved.resize(count * channels);
+        for (size_t c = 0; c < channels; c++) {
+            std::vector<float> &r = chans[c].ready;
             for (size_t f = 0; f < count; f++)
-                interleaved[f * size_t(channels) + size_t(c)] = r[f];
+                interleaved[f * channels + c] = r[f];
             r.erase(r.begin(), r.begin() + long(count));
         }
         writer.write(interleaved.data(), int64_t(count));
-    };
+    }
+};
+} // namespace
 
-    Progress progress("stretching", reader.frames() < 0 ? 0 : expected);
-    for (;;) {
-        int64_t got = reader.read(frames.data(), block);
-        if (got == 0)
-            break;
-        for (int c = 0; c < channels; c++) {
-            Channel &ch = chans[size_t(c)];
-            for (int64_t f = 0; f < got; f++)
-                ch.pending.push_back(frames[size_t(f * channels + c)]);
-            pump(ch, float(speed), scratch);
-        }
-        drain();
+int runStretch(const Arguments &argv)
+{
+    const StretchOptions o = parseStretch(argv);
+    AudioReader reader(o.in);
+    checkOutputs({o.in}, {o.out});
+    checkAudioName(o.out);
+    const int rate = reader.rate(), channels = reader.channels();
+    checkStretchRate(rate, channels, o.frameMs);
+    const int64_t frame = frameLength(o.frameMs, rate);
+
+    Stretcher st(channels, o, rate, frame);
+    // A stream of unknown length is bounded only once it has ended.
+    if (reader.frames() >= 0)
+        st.expected = std::llround(double(reader.frames()) / o.speed);
+    const int64_t block = 8192;
+    std::vector<float> frames(static_cast<size_t>(block * channels));
+    AudioWriter writer(o.out, reader.format(), channels, rate, o.encoding);
+    Progress progress("stretching", reader.frames() < 0 ? 0 : st.expected);
+    for (int64_t got; (got = reader.read(frames.data(), block)) != 0;) {
+        st.feed(frames.data(), got);
+        st.drain(writer);
         progress.update(writer.framesWritten());
     }
-    expected = std::llround(double(reader.framesRead()) / speed);
+    st.expected = std::llround(double(reader.framesRead()) / o.speed);
     // The engine keeps about four frames of input ahead of what it has
     // given out: silence behind the input brings the tail out.
     const int64_t silenceLimit = 16 * frame + int64_t(rate) + block;
-    for (int64_t fed = 0; writer.framesWritten() < expected; fed += block) {
+    for (int64_t fed = 0; writer.framesWritten() < st.expected; fed += block) {
         if (fed > silenceLimit)
             throw Failure("the stretch did not deliver its tail");
-        for (Channel &ch : chans) {
-            ch.pending.insert(ch.pending.end(), size_t(block), 0.0f);
-            pump(ch, float(speed), scratch);
-        }
-        drain();
+        st.feed(nullptr, block);
+        st.drain(writer);
         progress.update(writer.framesWritten());
     }
     progress.finish();
-    // The engine keeps its memory for the life of the process.
-    for (Channel &ch : chans)
-        TOLV_SolafsDestroy(ch.engine);
     writer.commit();
-    reportOutput(writer, expected);
+    reportOutput(writer, st.expected);
     return 0;
 }
 
