@@ -54,30 +54,24 @@ std::string formName(const FilterText &f)
 }
 } // namespace
 
-int runDesign(const Arguments &argv)
+namespace {
+
+/* The text with --fs in front (the first occurrence of a key wins). */
+std::string designText(const Args &args)
 {
-    Args args(argv, {{"--fs", "--plot"}, {}});
-    if (args.positional().size() != 1)
-        throw UsageError("needs exactly one filter text");
     std::string text = args.positional()[0];
     if (args.has("--fs")) {
         long fs = parseInteger(args.get("--fs", ""), "--fs");
         if (fs <= 0)
             throw UsageError("--fs must be positive");
-        // The first occurrence of a key wins, so the option goes in front.
         text = format("fs=%ld, ", fs) + text;
     }
-    checkOutputs({}, {args.get("--plot", "")});
-    FilterText spec = readFilterText(text);
-    if (spec.channels < 1)
-        throw Failure("the text asks for " + std::to_string(spec.channels) +
-                      " channels");
+    return text;
+}
 
-    _TOLV_FILTER *filter = createFilterOrFail(text);
-    TOLV_DestroyFilter(filter);
-
+void reportForm(const FilterText &spec, const std::string &text)
+{
     const int fs = spec.fs;
-    Response r = measureResponse(text, spec.channels);
     std::printf("filter: %s, %d channel%s%s\n", formName(spec).c_str(),
                 spec.channels, spec.channels == 1 ? "" : "s",
                 fs > 0 ? format(", fs %d Hz", fs).c_str() : "");
@@ -94,7 +88,11 @@ int runDesign(const Arguments &argv)
                     explicitOrder(spec), spec.numerator.size(),
                     spec.denominator.size());
     }
+}
 
+/* Gains at the ends and the peak, and the -3 dB points; returns the peak. */
+float reportGains(const Response &r, int fs)
+{
     size_t peakBin = 0;
     for (size_t k = 0; k < r.db.size(); k++)
         if (r.db[k] > r.db[peakBin])
@@ -113,7 +111,12 @@ int runDesign(const Arguments &argv)
         list += format(" and %zu more", points.size() - 8);
     std::printf("-3 dB points (3 dB below the peak): %s\n",
                 list.empty() ? "none" : list.c_str());
+    return peak;
+}
 
+void reportBands(const Response &r, const FilterText &spec, float peak)
+{
+    const int fs = spec.fs;
     std::vector<Band> pass = passBands(spec), stop = stopBands(spec);
     if (!pass.empty()) {
         float hi = -INFINITY, lo = INFINITY;
@@ -137,19 +140,43 @@ int runDesign(const Arguments &argv)
     }
     std::printf("measured on %d samples of the impulse response%s\n", r.length,
                 r.settled ? "" : " (still ringing at the end)");
+}
 
-    if (args.has("--plot") && plotAvailable("the response")) {
-        std::string png = args.get("--plot", "");
-        std::vector<double> x(r.db.size());
-        for (size_t k = 0; k < x.size(); k++)
-            x[k] = fs > 0 ? r.fraction(k) * fs / 2.0 : r.fraction(k);
-        float floorDb = std::fmax(-kResponseFloorDb,
-                                  std::floor(peak / 10.0f) * 10.0f - 140.0f);
-        plotCurves(png, "tolv design: " + args.positional()[0],
-                   fs > 0 ? "frequency (Hz)" : "frequency (x Nyquist)",
-                   "magnitude (dB)", x, {r.db}, {"magnitude"}, floorDb);
-        std::printf("plot: %s\n", png.c_str());
-    }
+void plotResponse(const Args &args, const Response &r, int fs, float peak)
+{
+    std::string png = args.get("--plot", "");
+    std::vector<double> x(r.db.size());
+    for (size_t k = 0; k < x.size(); k++)
+        x[k] = fs > 0 ? r.fraction(k) * fs / 2.0 : r.fraction(k);
+    float floorDb =
+        std::fmax(-kResponseFloorDb, std::floor(peak / 10.0f) * 10.0f - 140.0f);
+    plotCurves(png, "tolv design: " + args.positional()[0],
+               fs > 0 ? "frequency (Hz)" : "frequency (x Nyquist)",
+               "magnitude (dB)", x, {r.db}, {"magnitude"}, floorDb);
+    std::printf("plot: %s\n", png.c_str());
+}
+
+} // namespace
+
+int runDesign(const Arguments &argv)
+{
+    Args args(argv, {{"--fs", "--plot"}, {}});
+    if (args.positional().size() != 1)
+        throw UsageError("needs exactly one filter text");
+    const std::string text = designText(args);
+    checkOutputs({}, {args.get("--plot", "")});
+    FilterText spec = readFilterText(text);
+    if (spec.channels < 1)
+        throw Failure("the text asks for " + std::to_string(spec.channels) +
+                      " channels");
+    TOLV_DestroyFilter(createFilterOrFail(text));
+
+    Response r = measureResponse(text, spec.channels);
+    reportForm(spec, text);
+    const float peak = reportGains(r, spec.fs);
+    reportBands(r, spec, peak);
+    if (args.has("--plot") && plotAvailable("the response"))
+        plotResponse(args, r, spec.fs, peak);
     return 0;
 }
 
