@@ -115,125 +115,167 @@ void writeCsv(const std::string &path,
 }
 } // namespace
 
-int runSpectrum(const Arguments &argv)
+namespace {
+
+struct SpectrumOptions {
+    std::string in, csv, plot, spectrogram;
+    int type = 0;
+    long size = 2048, hop = 1024;
+    double range = 120;
+};
+
+SpectrumOptions parseSpectrum(const Arguments &argv)
 {
     Args args(argv, {{"--window", "--size", "--hop", "--range", "--csv",
                       "--plot", "--spectrogram"},
                      {}});
     if (args.positional().size() != 1)
         throw UsageError("needs one input file");
-    const std::string in = args.positional()[0];
-    const std::string windowName = args.get("--window", "Hanning");
-    const int type = windowType(windowName);
-    const long size = parseInteger(args.get("--size", "2048"), "--size");
-    if (size < 16 || size > (1 << 20) || size % 2)
+    SpectrumOptions o;
+    o.in = args.positional()[0];
+    o.type = windowType(args.get("--window", "Hanning"));
+    o.size = parseInteger(args.get("--size", "2048"), "--size");
+    if (o.size < 16 || o.size > (1 << 20) || o.size % 2)
         throw UsageError("--size must be even, from 16 to 1048576");
-    const long hop =
-        parseInteger(args.get("--hop", std::to_string(size / 2)), "--hop");
-    if (hop < 1 || hop > size)
+    o.hop =
+        parseInteger(args.get("--hop", std::to_string(o.size / 2)), "--hop");
+    if (o.hop < 1 || o.hop > o.size)
         throw UsageError("--hop must be from 1 to the frame size");
-    const double range = parseReal(args.get("--range", "120"), "--range");
-    if (!(range > 0) || range > 400)
+    o.range = parseReal(args.get("--range", "120"), "--range");
+    if (!(o.range > 0) || o.range > 400)
         throw UsageError("--range must be above 0 and at most 400 dB");
+    o.csv = args.get("--csv", "");
+    o.plot = args.get("--plot", "");
+    o.spectrogram = args.get("--spectrogram", "");
+    return o;
+}
 
-    checkOutputs({in}, {args.get("--csv", ""), args.get("--plot", ""),
-                        args.get("--spectrogram", "")});
-    AudioReader reader(in);
-    const int channels = reader.channels(), N = int(size), H = N / 2;
-    const size_t bins = size_t(H) + 1;
-    const double binHz = double(reader.rate()) / N;
-
-    AlignedFloats window = alignedFloats(size_t(N)),
-                  frame = alignedFloats(size_t(N));
-    TOLV_CreateWindow(type, window.get(), N);
-    const double windowMean = TOLV_GetWindowNormFactor(window.get(), N);
-    _TOLV_FFTPROC *fft = TOLV_FFTProcCreate(N);
-    TOLV_COMPLEX *scratch = TOLV_CreateComplexVector(fft);
-    AlignedFloats psd = alignedFloats(size_t(4 * (N / 8 + 1)));
-
-    // The spectrogram keeps at most 2000 columns and 1024 rows, each the
-    // mean power of the frames and bins it covers.
-    const bool picture = args.has("--spectrogram");
-    const int64_t expectedFrames =
-        reader.frames() < N ? 1 : (reader.frames() - N) / hop + 1;
-    const int64_t framesPerColumn =
-        std::max<int64_t>(1, (expectedFrames + 1999) / 2000);
-    const size_t binsPerRow = (bins + 1023) / 1024;
-    const size_t rows = (bins + binsPerRow - 1) / binsPerRow;
-    std::vector<float> picturePower, columnPower(picture ? rows : 0, 0.0f);
+/* The spectrogram keeps at most 2000 columns and 1024 rows, each the mean
+ * power of the frames and bins it covers. */
+struct Spectrogram {
+    bool on;
+    int64_t framesPerColumn;
+    size_t binsPerRow, rows;
+    std::vector<float> power, column;
     int64_t inColumn = 0;
+    Spectrogram(bool on, int64_t expectedFrames, size_t bins)
+        : on(on),
+          framesPerColumn(std::max<int64_t>(1, (expectedFrames + 1999) / 2000)),
+          binsPerRow((bins + 1023) / 1024),
+          rows((bins + binsPerRow - 1) / binsPerRow), column(on ? rows : 0)
+    {}
+    void add(const float *psd, size_t bins, int channels)
+    {
+        for (size_t k = 0; on && k < bins; k++)
+            column[k / binsPerRow] +=
+                psd[k] / float(channels * binsPerRow * framesPerColumn);
+    }
+    void endFrame()
+    {
+        if (!on || ++inColumn != framesPerColumn)
+            return;
+        power.insert(power.end(), column.begin(), column.end());
+        std::fill(column.begin(), column.end(), 0.0f);
+        inColumn = 0;
+    }
+    /* The last column holds fewer frames: its mean over those. */
+    void finish()
+    {
+        if (inColumn == 0)
+            return;
+        for (float &p : column)
+            p *= float(framesPerColumn) / float(inColumn);
+        power.insert(power.end(), column.begin(), column.end());
+    }
+};
 
-    std::vector<std::vector<double>> sum(size_t(channels),
-                                         std::vector<double>(bins, 0.0));
-    std::vector<float> history; /* interleaved frames not yet dropped */
-    std::vector<float> block(size_t(8192) * channels);
+/* Windowed power spectra of every channel, summed per bin. */
+struct Analyser {
+    int channels, N;
+    size_t bins;
+    AlignedFloats window, frame, psd;
+    double windowMean;
+    _TOLV_FFTPROC *fft;
+    TOLV_COMPLEX *scratch;
+    std::vector<std::vector<double>> sum;
     int64_t analysed = 0;
-    Progress progress("analysing", reader.frames());
-    auto analyse = [&](const float *start) {
+    Spectrogram picture;
+    Analyser(int channels, int N, int type, bool spectrogram,
+             int64_t inputFrames, long hop)
+        : channels(channels), N(N), bins(size_t(N / 2) + 1),
+          window(alignedFloats(size_t(N))), frame(alignedFloats(size_t(N))),
+          psd(alignedFloats(size_t(4 * (N / 8 + 1)))),
+          windowMean((TOLV_CreateWindow(type, window.get(), N),
+                      TOLV_GetWindowNormFactor(window.get(), N))),
+          fft(TOLV_FFTProcCreate(N)), scratch(TOLV_CreateComplexVector(fft)),
+          sum(size_t(channels), std::vector<double>(bins, 0.0)),
+          picture(spectrogram,
+                  inputFrames < N ? 1 : (inputFrames - N) / hop + 1, bins)
+    {}
+    ~Analyser()
+    {
+        TOLV_DestroyComplexVector(scratch);
+        TOLV_FFTProcDestroy(fft);
+    }
+    /* One analysis frame of interleaved samples from `start`. */
+    void analyse(const float *start)
+    {
         for (int c = 0; c < channels; c++) {
             for (int n = 0; n < N; n++)
                 frame[size_t(n)] = start[size_t(n) * channels + c];
             TOLV_ApplyWindow(window.get(), frame.get(), N);
             TOLV_FFTProcExecutePSDEx(fft, frame.get(), psd.get(), scratch);
-            for (size_t k = 0; k < bins; k++) {
+            for (size_t k = 0; k < bins; k++)
                 sum[size_t(c)][k] += psd[k];
-                if (picture)
-                    columnPower[k / binsPerRow] +=
-                        psd[k] / float(channels * binsPerRow * framesPerColumn);
-            }
+            picture.add(psd.get(), bins, channels);
         }
         analysed++;
-        if (picture && ++inColumn == framesPerColumn) {
-            picturePower.insert(picturePower.end(), columnPower.begin(),
-                                columnPower.end());
-            std::fill(columnPower.begin(), columnPower.end(), 0.0f);
-            inColumn = 0;
-        }
-    };
+        picture.endFrame();
+    }
+};
+
+/* Every frame of the file, hop apart; a file shorter than one frame gives
+ * one frame padded with silence. */
+void analyseFile(AudioReader &reader, Analyser &a, long hop)
+{
+    const int channels = a.channels;
+    std::vector<float> history; /* interleaved frames not yet dropped */
+    std::vector<float> block(size_t(8192) * channels);
+    Progress progress("analysing", reader.frames());
     size_t offset = 0; /* frames of history already behind the next frame */
-    for (;;) {
-        int64_t got = reader.read(block.data(), 8192);
-        if (got == 0)
-            break;
+    for (int64_t got; (got = reader.read(block.data(), 8192)) != 0;) {
         history.insert(history.end(), block.begin(),
                        block.begin() + got * channels);
         size_t have = history.size() / size_t(channels);
-        while (offset + size_t(N) <= have) {
-            analyse(&history[offset * size_t(channels)]);
-            offset += size_t(hop);
-        }
+        for (; offset + size_t(a.N) <= have; offset += size_t(hop))
+            a.analyse(&history[offset * size_t(channels)]);
         size_t drop = std::min(offset, have);
         history.erase(history.begin(),
                       history.begin() + long(drop * size_t(channels)));
         offset -= drop;
-        progress.update(analysed * hop);
+        progress.update(a.analysed * hop);
     }
     progress.finish();
-    if (analysed == 0) {
-        // Shorter than one frame: one frame, padded with silence.
-        history.resize(size_t(N) * channels, 0.0f);
-        analyse(history.data());
+    if (a.analysed == 0) {
+        history.resize(size_t(a.N) * channels, 0.0f);
+        a.analyse(history.data());
     }
-    TOLV_DestroyComplexVector(scratch);
-    TOLV_FFTProcDestroy(fft);
+}
 
-    std::printf(
-        "%s: %lld frames, %d channel%s at %d Hz; %lld analysis frame%s of %d "
-        "(%s window, hop %ld), %.*f Hz per bin\n",
-        in.c_str(), (long long)reader.framesRead(), channels,
-        channels == 1 ? "" : "s", reader.rate(), (long long)analysed,
-        analysed == 1 ? "" : "s", N, TOLV_GetWindowName(type), hop,
-        decimalsFor(binHz), binHz);
+/* Mean levels per channel in dB, with the three highest peaks of each. */
+std::vector<std::vector<float>>
+reportPeaks(const Analyser &a, const SpectrumOptions &o, double binHz)
+{
     std::vector<std::vector<float>> db;
-    std::vector<float> mean(bins);
-    for (int c = 0; c < channels; c++) {
-        for (size_t k = 0; k < bins; k++)
-            mean[k] = float(sum[size_t(c)][k] / double(analysed));
-        db.push_back(toDb(mean.data(), bins, N, windowMean, range));
-        std::vector<Peak> top = peaks(db.back(), binHz, float(-range), 3);
+    std::vector<float> mean(a.bins);
+    for (int c = 0; c < a.channels; c++) {
+        for (size_t k = 0; k < a.bins; k++)
+            mean[k] = float(a.sum[size_t(c)][k] / double(a.analysed));
+        db.push_back(toDb(mean.data(), a.bins, a.N, a.windowMean, o.range));
+        std::vector<Peak> top = peaks(db.back(), binHz, float(-o.range), 3);
         if (top.empty()) {
             std::printf("channel %d: no peak above the floor of -%g dB\n",
-                        c + 1, range);
+                        c + 1, o.range);
             continue;
         }
         std::printf("channel %d: peak %.2f dB at %.1f Hz", c + 1, top[0].db,
@@ -243,45 +285,69 @@ int runSpectrum(const Arguments &argv)
                         top[i].db, top[i].hz);
         std::printf("\n");
     }
-    if (args.has("--csv")) {
-        writeCsv(args.get("--csv", ""), db, binHz);
-        std::printf("csv: %s\n", args.get("--csv", "").c_str());
+    return db;
+}
+
+void plotSpectrum(const SpectrumOptions &o,
+                  const std::vector<std::vector<float>> &db, double binHz)
+{
+    std::vector<double> x(db[0].size());
+    std::vector<std::string> names;
+    for (size_t k = 0; k < x.size(); k++)
+        x[k] = double(k) * binHz;
+    for (size_t c = 0; c < db.size(); c++)
+        names.push_back("channel " + std::to_string(c + 1));
+    plotCurves(o.plot, "tolv spectrum: " + o.in, "frequency (Hz)",
+               "level (dB re full-scale sine)", x, db, names, -o.range);
+    std::printf("plot: %s\n", o.plot.c_str());
+}
+
+void plotSpectrogram(const SpectrumOptions &o, Analyser &a, int rate)
+{
+    Spectrogram &g = a.picture;
+    g.finish();
+    const size_t columns = g.power.size() / g.rows;
+    std::vector<float> levels;
+    for (size_t col = 0; col < columns; col++) {
+        std::vector<float> d =
+            toDb(&g.power[col * g.rows], g.rows, a.N, a.windowMean, o.range);
+        levels.insert(levels.end(), d.begin(), d.end());
     }
-    if (args.has("--plot") && plotAvailable("the spectrum")) {
-        std::vector<double> x(bins);
-        std::vector<std::string> names;
-        for (size_t k = 0; k < bins; k++)
-            x[k] = double(k) * binHz;
-        for (int c = 0; c < channels; c++)
-            names.push_back("channel " + std::to_string(c + 1));
-        plotCurves(args.get("--plot", ""), "tolv spectrum: " + in,
-                   "frequency (Hz)", "level (dB re full-scale sine)", x, db,
-                   names, -range);
-        std::printf("plot: %s\n", args.get("--plot", "").c_str());
+    const double seconds = double(columns * g.framesPerColumn * o.hop) / rate;
+    plotImage(o.spectrogram, "tolv spectrogram (channel average): " + o.in,
+              levels, int(columns), int(g.rows), seconds, rate / 2.0, -o.range);
+    std::printf("spectrogram: %s\n", o.spectrogram.c_str());
+}
+
+} // namespace
+
+int runSpectrum(const Arguments &argv)
+{
+    const SpectrumOptions o = parseSpectrum(argv);
+    checkOutputs({o.in}, {o.csv, o.plot, o.spectrogram});
+    AudioReader reader(o.in);
+    const int channels = reader.channels(), N = int(o.size);
+    const double binHz = double(reader.rate()) / N;
+    Analyser a(channels, N, o.type, !o.spectrogram.empty(), reader.frames(),
+               o.hop);
+    analyseFile(reader, a, o.hop);
+
+    std::printf(
+        "%s: %lld frames, %d channel%s at %d Hz; %lld analysis frame%s of %d "
+        "(%s window, hop %ld), %.*f Hz per bin\n",
+        o.in.c_str(), (long long)reader.framesRead(), channels,
+        channels == 1 ? "" : "s", reader.rate(), (long long)a.analysed,
+        a.analysed == 1 ? "" : "s", N, TOLV_GetWindowName(o.type), o.hop,
+        decimalsFor(binHz), binHz);
+    const std::vector<std::vector<float>> db = reportPeaks(a, o, binHz);
+    if (!o.csv.empty()) {
+        writeCsv(o.csv, db, binHz);
+        std::printf("csv: %s\n", o.csv.c_str());
     }
-    if (picture && plotAvailable("the spectrogram")) {
-        if (inColumn > 0) {
-            // The last column holds fewer frames: its mean over those.
-            for (float &p : columnPower)
-                p *= float(framesPerColumn) / float(inColumn);
-            picturePower.insert(picturePower.end(), columnPower.begin(),
-                                columnPower.end());
-        }
-        const size_t columns = picturePower.size() / rows;
-        std::vector<float> levels;
-        for (size_t col = 0; col < columns; col++) {
-            std::vector<float> d =
-                toDb(&picturePower[col * rows], rows, N, windowMean, range);
-            levels.insert(levels.end(), d.begin(), d.end());
-        }
-        const double seconds =
-            double(columns * framesPerColumn * hop) / reader.rate();
-        plotImage(args.get("--spectrogram", ""),
-                  "tolv spectrogram (channel average): " + in, levels,
-                  int(columns), int(rows), seconds, reader.rate() / 2.0,
-                  -range);
-        std::printf("spectrogram: %s\n", args.get("--spectrogram", "").c_str());
-    }
+    if (!o.plot.empty() && plotAvailable("the spectrum"))
+        plotSpectrum(o, db, binHz);
+    if (!o.spectrogram.empty() && plotAvailable("the spectrogram"))
+        plotSpectrogram(o, a, reader.rate());
     return 0;
 }
 
