@@ -23,6 +23,12 @@ using namespace clitest;
 
 namespace {
 
+#ifdef TOLV_TEST_SANITIZED
+constexpr bool kFiguresHold = false;
+#else
+constexpr bool kFiguresHold = true;
+#endif
+
 const int kFloatWav = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
 const int kOgg = SF_FORMAT_OGG | SF_FORMAT_VORBIS;
 
@@ -381,14 +387,15 @@ TEST(TolvBounds, WorkAndMemoryStayBounded)
                                dir.path("up.wav"), "--rate", "44100"},
                               60);
     EXPECT_EQ(0, up.status);
-    EXPECT_LT(up.peakMb, 300.0);
+    EXPECT_TRUE(!kFiguresHold || up.peakMb < 300.0) << up.peakMb;
     EXPECT_EQ(4410000, readAudio(dir.path("up.wav")).frames);
 
     Measured huge = runMeasured(
         {"stretch", dir.path("huge.wav"), dir.path("o.wav"), "--speed", "1"},
         20);
     EXPECT_EQ(1, huge.status) << "the stretch did not refuse in time";
-    EXPECT_LT(huge.peakMb, 500.0); /* it grew past 4 GB */
+    /* it grew past 4 GB */
+    EXPECT_TRUE(!kFiguresHold || huge.peakMb < 500.0) << huge.peakMb;
     Outcome r = runTolv(
         {"stretch", dir.path("huge.wav"), dir.path("o.wav"), "--speed", "1"});
     EXPECT_NE(std::string::npos,
@@ -466,6 +473,8 @@ TEST(TolvMessages, SayWhatToChange)
  * reaches a pipe. */
 TEST(TolvProgress, ShowsTheTimeLeftOnATerminal)
 {
+    if (!kFiguresHold)
+        GTEST_SKIP() << "the run's timing is what is tested";
     ScratchDir dir;
     writeAudio(dir.path("in.wav"),
                makeSignal(60 * 44100, 44100, {{{0.5, 440}}}), 1, 44100);
