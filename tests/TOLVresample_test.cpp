@@ -594,7 +594,7 @@ TEST_F(ResampleTest, NullAndBadObjectsAreReported)
     EXPECT_EQ(TOLV_ResampleDestroy(nullptr), 0);
     auto *bad =
         static_cast<_TOLV_RESAMPLE *>(calloc(1, sizeof(_TOLV_RESAMPLE)));
-    bad->kind = 2;
+    bad->kind = 0xBADC0DEu; /* a kind no set-up writes: memory gone bad */
     EXPECT_EQ(TOLV_ResampleFlushBufferSize(bad), -1);
     EXPECT_EQ(TOLV_ResampleDestroy(bad), 0);
     EXPECT_EQ(messages, Messages(5, {KEEL_LEVEL_ERROR, kBadObject}));

@@ -4,8 +4,6 @@
  * tick is held in f32, so a flushed frame is close to, but not bit-equal
  * to, what a block of zeros would give.
  */
-#include <stdlib.h>
-
 #include "resample.h"
 
 int _PolyphaseFlush(_TOLV_POLYPHASE *s, float *output, int maxFrames)
@@ -22,18 +20,13 @@ int _PolyphaseFlush(_TOLV_POLYPHASE *s, float *output, int maxFrames)
         int32_t phase = s->phase;
         for (;;) {
             _RingPush(s->delayLine, &w, taps, 0.0);
-            for (; phase < s->up; phase += s->down) {
-                if (s->skipRemaining != 0) {
-                    s->skipRemaining--;
-                    continue;
-                }
-                output[count++] = _RingTick<float>(
-                    s->delayLine, s->phaseFilters[phase], w, taps);
-                /* Leaving before the phase moves makes it negative below:
-                 * the stream ends with this flush. */
-                if (count == limit)
-                    break;
-            }
+            /* Leaving before the phase moves makes it negative below: the
+             * stream ends with this flush. */
+            _FrameTicks(s, &phase, [&](int32_t p) {
+                output[count++] =
+                    _RingTick<float>(s->delayLine, s->phaseFilters[p], w, taps);
+                return count != limit;
+            });
             phase -= s->up;
             if (phase < 0 || count >= limit)
                 break;
@@ -43,31 +36,4 @@ int _PolyphaseFlush(_TOLV_POLYPHASE *s, float *output, int maxFrames)
     }
     s->flushRemaining = remaining - count > 0 ? remaining - count : 0;
     return count;
-}
-
-extern "C" TOLV_API int TOLV_ResampleFlushBufferSize(_TOLV_RESAMPLE *resampler)
-{
-    if (resampler == NULL || (resampler->kind != TOLV_RESAMPLE_POLYPHASE &&
-                              resampler->kind != TOLV_RESAMPLE_ZOH)) {
-        KEELDEBUG_Error(-1, "%s", __ResampleBadObject);
-        return -1;
-    }
-    if (resampler->kind == TOLV_RESAMPLE_ZOH)
-        return 0;
-    return _PolyphaseState(resampler)->flushRemaining;
-}
-
-extern "C" TOLV_API int TOLV_ResampleFlushBuffersEx(_TOLV_RESAMPLE *resampler,
-                                                    float *output,
-                                                    int maxFrames)
-{
-    if (resampler == NULL || (resampler->kind != TOLV_RESAMPLE_POLYPHASE &&
-                              resampler->kind != TOLV_RESAMPLE_ZOH)) {
-        KEELDEBUG_TerminalError(-1, "%s", __ResampleBadObject);
-        exit(1);
-    }
-    /* The hold keeps no frames back. */
-    if (resampler->kind == TOLV_RESAMPLE_ZOH)
-        return 0;
-    return _PolyphaseFlush(_PolyphaseState(resampler), output, maxFrames);
 }

@@ -56,20 +56,17 @@ static int _BlockTicks(_TOLV_POLYPHASE *s, const double *x, int first, int end,
     int pending = 0;
     int written = 0;
     for (int i = first; i < end; i++) {
-        for (; s->phase < s->up; s->phase += s->down) {
-            if (s->skipRemaining != 0) {
-                s->skipRemaining--;
-                continue;
-            }
+        _FrameTicks(s, &s->phase, [&](int32_t phase) {
             newest[pending] = x + i;
-            rows[pending] = s->phaseFilters[s->phase];
+            rows[pending] = s->phaseFilters[phase];
             if (++pending == TICKS_SIDE_BY_SIDE) {
                 _FourHistoryTicks(newest, rows, s->tapsPerPhase,
                                   output + written);
                 written += pending;
                 pending = 0;
             }
-        }
+            return true;
+        });
         s->phase -= s->up;
     }
     for (int b = 0; b < pending; b++)
@@ -113,14 +110,11 @@ int _PolyphaseResample(_TOLV_POLYPHASE *s, const float *input, float *output,
     int written = 0;
     for (int i = 0; i < head; i++) {
         _RingPush(s->delayLine, &s->writeIndex, taps, x[i]);
-        for (; s->phase < s->up; s->phase += s->down) {
-            if (s->skipRemaining != 0) {
-                s->skipRemaining--;
-                continue;
-            }
+        _FrameTicks(s, &s->phase, [&](int32_t phase) {
             output[written++] = (float)_RingTick<double>(
-                s->delayLine, s->phaseFilters[s->phase], s->writeIndex, taps);
-        }
+                s->delayLine, s->phaseFilters[phase], s->writeIndex, taps);
+            return true;
+        });
         s->phase -= s->up;
     }
     written += _BlockTicks(s, x, head, frames, output + written);

@@ -55,7 +55,7 @@ static void _RefuseOrder(_TOLV_RESAMPLE *handle)
     handle->impl = NULL;
 }
 
-void _PolyphaseResampleInit(_TOLV_RESAMPLE *handle, int inputRate,
+static void _PolyphaseSetUp(_TOLV_RESAMPLE *handle, int inputRate,
                             int outputRate, const char *config)
 {
     handle->kind = TOLV_RESAMPLE_POLYPHASE;
@@ -111,3 +111,35 @@ void _PolyphaseResampleInit(_TOLV_RESAMPLE *handle, int inputRate,
     free(h);
     handle->impl = s;
 }
+
+static int _PolyphaseRun(void *state, const float *input, float *output,
+                         int frames)
+{
+    return _PolyphaseResample((_TOLV_POLYPHASE *)state, input, output, frames);
+}
+
+static int _PolyphasePending(const void *state)
+{
+    return ((const _TOLV_POLYPHASE *)state)->flushRemaining;
+}
+
+static int _PolyphaseFlushOp(void *state, float *output, int maxFrames)
+{
+    return _PolyphaseFlush((_TOLV_POLYPHASE *)state, output, maxFrames);
+}
+
+static void _PolyphaseDestroy(void *state)
+{
+    _TOLV_POLYPHASE *s = (_TOLV_POLYPHASE *)state;
+    if (s->staging != NULL)
+        free(s->staging);
+    for (int32_t p = 0; p < s->up; p++)
+        free(s->phaseFilters[p]);
+    free(s->phaseFilters);
+    free(s->delayLine);
+    free(s);
+}
+
+const _TOLV_RESAMPLE_OPS _PolyphaseOps = {_PolyphaseSetUp, _PolyphaseRun,
+                                          _PolyphasePending, _PolyphaseFlushOp,
+                                          _PolyphaseDestroy};

@@ -1,6 +1,7 @@
 /*
- * Entry points shared by both kinds: the block call, the destructor, and
- * the small helpers of the two set-ups.
+ * The five exported calls of the converter, for every kind: each finds the
+ * kind's operations and hands the state over. The small helpers of the
+ * set-ups live here too.
  */
 #include <stdlib.h>
 #include <string.h>
@@ -34,69 +35,124 @@ void _ResampleGrowStaging(double **staging, int64_t *capacity, int64_t required)
     *capacity = required;
 }
 
-/* A handle left without a state by a refused order cannot be run, flushed
- * or destroyed: the process ends here rather than through a null access. */
-_TOLV_POLYPHASE *_PolyphaseState(const _TOLV_RESAMPLE *handle)
+/* Only this much of a configuration text is read; one byte more holds a
+ * terminator, so a text that fills the copy still ends inside it. */
+enum { CONFIG_BYTES = 256 };
+
+/* Words of the "type" key and the kind each sets up. Any other word (the
+ * usual one is "zoh") sets up the zero-order hold. */
+static const struct {
+    const char *word;
+    const _TOLV_RESAMPLE_OPS *ops;
+} kKindWords[] = {
+    {"polyphase", &_PolyphaseOps}, /* windowed-sinc polyphase, the default */
+    {"poly", &_PolyphaseOps},
+};
+
+/* Operations by the kind a set-up writes into the handle. */
+static const _TOLV_RESAMPLE_OPS *const kKinds[] = {
+    &_PolyphaseOps, /* TOLV_RESAMPLE_POLYPHASE */
+    &_ZOHOps,       /* TOLV_RESAMPLE_ZOH */
+};
+
+const _TOLV_RESAMPLE_OPS *_ResampleOps(const _TOLV_RESAMPLE *handle)
 {
-    if (handle->impl == NULL)
-        abort();
-    return (_TOLV_POLYPHASE *)handle->impl;
+    const uint32_t kinds = sizeof kKinds / sizeof kKinds[0];
+    return handle->kind < kinds ? kKinds[handle->kind] : nullptr;
 }
 
-_TOLV_ZOH *_ZOHState(const _TOLV_RESAMPLE *handle)
+/* A handle left without a state by a refused order cannot be run, flushed
+ * or destroyed: the process ends here rather than through a null access. */
+static void *_State(const _TOLV_RESAMPLE *handle)
 {
-    if (handle->impl == NULL)
+    if (handle->impl == nullptr)
         abort();
-    return (_TOLV_ZOH *)handle->impl;
+    return handle->impl;
+}
+
+static const _TOLV_RESAMPLE_OPS *_KindOfText(const char *text)
+{
+    char type[CONFIG_BYTES];
+    KEELSTRING_GetStringValueFromString(text, "type", "polyphase", type,
+                                        sizeof type);
+    for (const auto &k : kKindWords)
+        if (strcmp(type, k.word) == 0)
+            return k.ops;
+    return &_ZOHOps;
+}
+
+extern "C" TOLV_API _TOLV_RESAMPLE *
+TOLV_ResampleInit(int inputRate, int outputRate, const char *config)
+{
+    if (inputRate < 1 || outputRate < 1) {
+        KEELDEBUG_Error(-1, "TOLV_ResampleInit: Parametros invalidos");
+        return nullptr;
+    }
+    _TOLV_RESAMPLE *handle =
+        static_cast<_TOLV_RESAMPLE *>(calloc(1, sizeof(_TOLV_RESAMPLE)));
+    char text[CONFIG_BYTES + 1];
+    memset(text, 0, sizeof text);
+    if (config != nullptr)
+        strncpy(text, config, CONFIG_BYTES);
+    KEELSTRING_Strlwr(text, 0);
+    _KindOfText(text)->setUp(handle, inputRate, outputRate, text);
+    return handle;
 }
 
 extern "C" TOLV_API int TOLV_Resample(_TOLV_RESAMPLE *resampler,
                                       const float *input, float *output,
                                       int frames)
 {
-    if (resampler == NULL) {
+    if (resampler == nullptr) {
         KEELDEBUG_Error(-1, "%s", __ResampleBadObject);
         return -1;
     }
-    switch (resampler->kind) {
-    case TOLV_RESAMPLE_POLYPHASE:
-        return _PolyphaseResample(_PolyphaseState(resampler), input, output,
-                                  frames);
-    case TOLV_RESAMPLE_ZOH:
-        return _ZOHResample(_ZOHState(resampler), input, output, frames);
-    default:
+    const _TOLV_RESAMPLE_OPS *ops = _ResampleOps(resampler);
+    if (ops == nullptr) {
         /* A corrupted object: nothing of it can be trusted. */
         KEELDEBUG_Error(-1, "%s", __ResampleBadObject);
         exit(1);
     }
+    return ops->run(_State(resampler), input, output, frames);
+}
+
+extern "C" TOLV_API int TOLV_ResampleFlushBufferSize(_TOLV_RESAMPLE *resampler)
+{
+    const _TOLV_RESAMPLE_OPS *ops =
+        resampler == nullptr ? nullptr : _ResampleOps(resampler);
+    if (ops == nullptr) {
+        KEELDEBUG_Error(-1, "%s", __ResampleBadObject);
+        return -1;
+    }
+    return ops->pending(_State(resampler));
+}
+
+extern "C" TOLV_API int TOLV_ResampleFlushBuffersEx(_TOLV_RESAMPLE *resampler,
+                                                    float *output,
+                                                    int maxFrames)
+{
+    const _TOLV_RESAMPLE_OPS *ops =
+        resampler == nullptr ? nullptr : _ResampleOps(resampler);
+    if (ops == nullptr) {
+        KEELDEBUG_TerminalError(-1, "%s", __ResampleBadObject);
+        exit(1);
+    }
+    return ops->flush(_State(resampler), output, maxFrames);
 }
 
 extern "C" TOLV_API int TOLV_ResampleDestroy(_TOLV_RESAMPLE *resampler)
 {
-    if (resampler == NULL) {
+    if (resampler == nullptr) {
         KEELDEBUG_Error(-1, "%s", __ResampleBadObject);
         return 0;
     }
-    if (resampler->kind == TOLV_RESAMPLE_POLYPHASE) {
-        _TOLV_POLYPHASE *s = _PolyphaseState(resampler);
-        if (s->staging != NULL)
-            free(s->staging);
-        for (int32_t p = 0; p < s->up; p++)
-            free(s->phaseFilters[p]);
-        free(s->phaseFilters);
-        free(s->delayLine);
-        free(s);
-    } else if (resampler->kind == TOLV_RESAMPLE_ZOH) {
-        _TOLV_ZOH *s = _ZOHState(resampler);
-        free(s->stateA); /* stateB shares its block */
-        if (s->staging != NULL)
-            free(s->staging);
-        free(s);
-    } else {
+    const _TOLV_RESAMPLE_OPS *ops = _ResampleOps(resampler);
+    if (ops == nullptr) {
         KEELDEBUG_Error(-1, "%s", __ResampleBadObject);
         free(resampler);
         return 0;
     }
+    ops->destroy(_State(resampler));
     free(resampler);
     return 1;
 }

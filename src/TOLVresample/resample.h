@@ -74,21 +74,31 @@ int32_t _ResampleGcd(int32_t a, int32_t b);
 void _ResampleGrowStaging(double **staging, int64_t *capacity,
                           int64_t required);
 
-/* Set-up of each kind; the handle is already allocated. */
-void _PolyphaseResampleInit(_TOLV_RESAMPLE *handle, int inputRate,
-                            int outputRate, const char *config);
-void _ZOHResampleInit(_TOLV_RESAMPLE *handle, int inputRate, int outputRate);
+/* What a kind does behind the exported calls. The set-up fills in the
+ * handle's kind and state (or leaves the state null after a refusal); the
+ * others work on the state. Adding a kind means a table of these in the
+ * kind's own files, a row of _ResampleOps and a word of the "type" key. */
+typedef struct _TOLV_RESAMPLE_OPS {
+    void (*setUp)(_TOLV_RESAMPLE *handle, int inputRate, int outputRate,
+                  const char *config);
+    int (*run)(void *state, const float *input, float *output, int frames);
+    int (*pending)(const void *state); /* frames a flush can still give */
+    int (*flush)(void *state, float *output, int maxFrames);
+    void (*destroy)(void *state);
+} _TOLV_RESAMPLE_OPS;
+
+extern const _TOLV_RESAMPLE_OPS _PolyphaseOps;
+extern const _TOLV_RESAMPLE_OPS _ZOHOps;
+
+/* The operations of a handle's kind; null for a kind no set-up writes (a
+ * corrupted object). */
+const _TOLV_RESAMPLE_OPS *_ResampleOps(const _TOLV_RESAMPLE *handle);
 
 int _PolyphaseResample(_TOLV_POLYPHASE *state, const float *input,
                        float *output, int frames);
 int _ZOHResample(_TOLV_ZOH *state, const float *input, float *output,
                  int frames);
 int _PolyphaseFlush(_TOLV_POLYPHASE *state, float *output, int maxFrames);
-
-/* The state behind a handle of a known kind. A handle whose order was
- * refused has none, and no operation can go on with it. */
-_TOLV_POLYPHASE *_PolyphaseState(const _TOLV_RESAMPLE *handle);
-_TOLV_ZOH *_ZOHState(const _TOLV_RESAMPLE *handle);
 
 /* One tick over the circular history: the tap row[t] meets the sample of
  * age t, which sits at (writeIndex + t) mod K, so the ring is walked as two
@@ -105,6 +115,25 @@ static inline Sum _RingTick(const double *line, const double *row,
     for (int32_t t = 0; t < writeIndex; t++)
         sum = (Sum)((double)sum + line[t] * row[taps - writeIndex + t]);
     return sum;
+}
+
+/* The grid of one input frame: the ticks with phase below L, M apart, the
+ * first skipRemaining ticks of the stream dropped for delay compensation.
+ * tick(phase) gives each kept tick and returns false to leave at once,
+ * before the phase moves on; then this returns false too. The caller
+ * takes L off the phase behind it. */
+template <class Tick>
+static inline bool _FrameTicks(_TOLV_POLYPHASE *s, int32_t *phase, Tick tick)
+{
+    for (; *phase < s->up; *phase += s->down) {
+        if (s->skipRemaining != 0) {
+            s->skipRemaining--;
+            continue;
+        }
+        if (!tick(*phase))
+            return false;
+    }
+    return true;
 }
 
 /* Steps the circular history one sample on: the line runs backwards. */

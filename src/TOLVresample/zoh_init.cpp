@@ -6,8 +6,10 @@
 
 #include "resample.h"
 
-void _ZOHResampleInit(_TOLV_RESAMPLE *handle, int inputRate, int outputRate)
+static void _ZOHSetUp(_TOLV_RESAMPLE *handle, int inputRate, int outputRate,
+                      const char *)
 {
+    handle->kind = TOLV_RESAMPLE_ZOH;
     _TOLV_ZOH *s = (_TOLV_ZOH *)calloc(1, sizeof(_TOLV_ZOH));
     s->upsampling = inputRate > outputRate ? 0 : 1;
 
@@ -48,3 +50,31 @@ void _ZOHResampleInit(_TOLV_RESAMPLE *handle, int inputRate, int outputRate)
     s->stagingCapacity = 0;
     handle->impl = s;
 }
+
+static int _ZOHRun(void *state, const float *input, float *output, int frames)
+{
+    return _ZOHResample((_TOLV_ZOH *)state, input, output, frames);
+}
+
+/* The hold keeps no frames back: a flush has nothing to give. */
+static int _ZOHPending(const void *)
+{
+    return 0;
+}
+
+static int _ZOHFlush(void *, float *, int)
+{
+    return 0;
+}
+
+static void _ZOHDestroy(void *state)
+{
+    _TOLV_ZOH *s = (_TOLV_ZOH *)state;
+    free(s->stateA); /* stateB shares its block */
+    if (s->staging != NULL)
+        free(s->staging);
+    free(s);
+}
+
+const _TOLV_RESAMPLE_OPS _ZOHOps = {_ZOHSetUp, _ZOHRun, _ZOHPending, _ZOHFlush,
+                                    _ZOHDestroy};
