@@ -40,11 +40,12 @@ bool convertList(const BandCoefficients &bc, int N, double f1, _ROOT *list,
 {
     if (N <= 0)
         return true;
-    _RootScratch copy((size_t)N);
+    _RootScratch copy(static_cast<size_t>(N));
     _ROOT *proto = copy.data();
     if (proto == nullptr)
         return false;
-    memcpy(static_cast<void *>(proto), list, (size_t)N * sizeof(_ROOT));
+    memcpy(static_cast<void *>(proto), list,
+           static_cast<size_t>(N) * sizeof(_ROOT));
     const _ROOT edge = std::exp(_ROOT(0.0 * f1 * M_PI, M_PI * f1));
 
     for (int c = 0, o = 0, i = 0; c < N; i++) {
@@ -94,7 +95,8 @@ int convert(const BandCoefficients &bc, int N, double f1, _ROOT *poles,
 int _ConvertDigitalProtoToBP(int N, float fpass1, float fpass2, _ROOT *poles,
                              _ROOT *zeros, double *gain)
 {
-    const double w1 = M_PI * (double)fpass1, w2 = M_PI * (double)fpass2;
+    const double w1 = M_PI * static_cast<double>(fpass1),
+                 w2 = M_PI * static_cast<double>(fpass2);
     const double alpha = cos((w1 + w2) / 2.0) / cos((w2 - w1) / 2.0);
     const double k = kTanQuarterPi / tan((w2 - w1) / 2.0);
     const BandCoefficients bc = {false, -(2.0 * alpha * k) / (k + 1.0),
@@ -105,7 +107,8 @@ int _ConvertDigitalProtoToBP(int N, float fpass1, float fpass2, _ROOT *poles,
 int _ConvertDigitalProtoToBR(int N, float fpass1, float fpass2, _ROOT *poles,
                              _ROOT *zeros, double *gain)
 {
-    const double w1 = M_PI * (double)fpass1, w2 = M_PI * (double)fpass2;
+    const double w1 = M_PI * static_cast<double>(fpass1),
+                 w2 = M_PI * static_cast<double>(fpass2);
     const double alpha = cos((w1 + w2) / 2.0) / cos((w2 - w1) / 2.0);
     const double k = tan((w2 - w1) / 2.0) * kTanQuarterPi;
     const BandCoefficients bc = {true, 2.0 * alpha / (1.0 + k),

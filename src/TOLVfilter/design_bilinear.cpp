@@ -55,7 +55,7 @@ void _BilinearPrototype(int N, _ROOT *poles, _ROOT *zeros, double *gain)
 void _TransformLowHigh(bool highpass, float fpass, int N, _ROOT *poles,
                        _ROOT *zeros, double *gain)
 {
-    const double w = M_PI * (double)fpass;
+    const double w = M_PI * static_cast<double>(fpass);
     double sw, cw;
     sincos(w, &sw, &cw);
     const _ROOT edge(cw, sw);

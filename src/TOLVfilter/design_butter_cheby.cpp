@@ -16,7 +16,7 @@ static const double kInfinity = HUGE_VAL;
 /* Angle of the i-th pole pair: (2i + 1) pi / 2N. */
 static double poleAngle(int i, int N)
 {
-    return (2.0 * i + 1.0) * M_PI / (2.0 * (double)N);
+    return (2.0 * i + 1.0) * M_PI / (2.0 * static_cast<double>(N));
 }
 
 /* Ripple factor eps of a passband loss of Ap dB at the edge. */
@@ -51,7 +51,8 @@ int _ButterworthDesign(double, double, double Ap, double, int N, _ROOT *poles,
     if (Ap <= 0.0 || N <= 0)
         return 0;
     /* eps is carried as a float: the circle's radius follows from it. */
-    const double eps = (double)(float)rippleFactor(Ap);
+    const double eps =
+        static_cast<double>(static_cast<float>(rippleFactor(Ap)));
     const double R = pow(eps, -1.0 / N);
     const int h = N / 2;
     double K = 1.0;

@@ -80,7 +80,7 @@ int _EllipticDesign(double, double ratio, double Ap, double As, int N,
     const double k = 1.0 / ratio;
     const double q = _EllipticNome(k);
     const double e = 0.05 * Ap;
-    const double lambda = (1.0 / ((double)N + N)) *
+    const double lambda = (1.0 / (static_cast<double>(N) + N)) *
                           log((pow(10.0, e) + 1.0) / (pow(10.0, e) - 1.0));
 
     const double sigma0 = thetaQuotient(q, Generator{true, lambda, 0.0, N});

@@ -29,8 +29,9 @@ int _ButterworthOrder(double, double ratio, double Ap, double As)
 {
     if (ratio <= 0.0 || Ap <= 0.0 || As <= 0.0)
         return -1;
-    const float a = (float)log10(_LossRatio(Ap, As));
-    const float n = (float)((double)a / (2.0 * log10(ratio)));
+    const float a = static_cast<float>(log10(_LossRatio(Ap, As)));
+    const float n =
+        static_cast<float>(static_cast<double>(a) / (2.0 * log10(ratio)));
     return _TruncToInt32(n) + 1;
 }
 
@@ -40,8 +41,8 @@ static int chebyshevOrder(double ratio, double Ap, double As)
 {
     if (ratio <= 0.0 || Ap <= 0.0 || As <= 0.0)
         return -1;
-    const float a = (float)acosh(sqrt(_LossRatio(Ap, As)));
-    const float n = (float)((double)a / acosh(ratio));
+    const float a = static_cast<float>(acosh(sqrt(_LossRatio(Ap, As))));
+    const float n = static_cast<float>(static_cast<double>(a) / acosh(ratio));
     return _TruncToInt32(n) + 1;
 }
 

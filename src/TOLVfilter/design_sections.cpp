@@ -27,7 +27,7 @@ int _PairRootsIntoSections(int N, const _ROOT *poles, const _ROOT *zeros,
     const int S = N / 2 + odd;
     int i = 0, j = 0;
     for (int s = 0; s < S - odd; s++) {
-        double *bq = sections + 5 * (size_t)s;
+        double *bq = sections + 5 * static_cast<size_t>(s);
         const _ROOT p = poles[i];
         if (!isReal(p)) {
             bq[0] = p.real() * -2.0;
@@ -69,7 +69,7 @@ int _PairRootsIntoSections(int N, const _ROOT *poles, const _ROOT *zeros,
                             "_MakeFilterFromRoots: Unpaired imaginary root");
             return 0;
         }
-        double *bq = sections + 5 * (size_t)(S - 1);
+        double *bq = sections + 5 * static_cast<size_t>(S - 1);
         bq[0] = -p.real();
         bq[1] = 0.0;
         bq[2] = g;
@@ -92,15 +92,17 @@ _TOLV_FILTER *_MakeFilterFromRoots(int N, const _ROOT *poles,
     _DFIISOSstate *st =
         static_cast<_DFIISOSstate *>(calloc(1, sizeof(_DFIISOSstate)));
     st->numSections = S;
-    st->sections = static_cast<double *>(calloc(5 * (size_t)S, sizeof(double)));
+    st->sections = static_cast<double *>(
+        calloc(5 * static_cast<size_t>(S), sizeof(double)));
     /* A channel count below 1 gets no ring: no frame ever touches it. */
-    const size_t ring =
-        numChannels > 0 ? 4 * (size_t)numChannels * (size_t)S : 0;
+    const size_t ring = numChannels > 0 ? 4 * static_cast<size_t>(numChannels) *
+                                              static_cast<size_t>(S)
+                                        : 0;
     st->memory =
         static_cast<double *>(calloc(ring > 0 ? ring : 1, sizeof(double)));
 
     /* The gain is spread evenly: every section gets the same b0. */
-    const double g = pow(total * (double)userGain, 1.0 / S);
+    const double g = pow(total * static_cast<double>(userGain), 1.0 / S);
     if (st->sections == nullptr || st->memory == nullptr ||
         !_PairRootsIntoSections(N, poles, zeros, g, st->sections)) {
         free(st->sections);

@@ -65,10 +65,10 @@ char *formatText(const char *format, va_list args)
     va_list again;
     va_copy(again, args);
     const int length = vsnprintf(nullptr, 0, format, args);
-    char *text =
-        static_cast<char *>(malloc(length > 0 ? (size_t)length + 1 : 1));
+    char *text = static_cast<char *>(
+        malloc(length > 0 ? static_cast<size_t>(length) + 1 : 1));
     if (length > 0)
-        vsnprintf(text, (size_t)length + 1, format, again);
+        vsnprintf(text, static_cast<size_t>(length) + 1, format, again);
     else
         text[0] = '\0';
     va_end(again);
@@ -92,13 +92,13 @@ _TOLV_FILTER *fromBiquads(const char *text, int numChannels, bool *done)
         columns != 5)
         return nullptr;
     *done = true;
-    const size_t count = rows > 0 ? (size_t)rows : 0;
+    const size_t count = rows > 0 ? static_cast<size_t>(rows) : 0;
     double *scratch =
         static_cast<double *>(calloc(count * 5 + 5, sizeof(double)));
     KEELSTRING_GetDoubleMatrixValuesFromString(text, "biquads", scratch, rows,
                                                5);
-    _TOLV_FILTER *filter =
-        TOLV_CreateFilterFromBiquads(numChannels, (uint32_t)rows, scratch);
+    _TOLV_FILTER *filter = TOLV_CreateFilterFromBiquads(
+        numChannels, static_cast<uint32_t>(rows), scratch);
     free(scratch);
     return filter;
 }
@@ -116,16 +116,17 @@ _TOLV_FILTER *fromVectors(const char *text, int numChannels, bool *done)
         denLength < 1)
         return nullptr;
     *done = true;
-    double *den =
-        static_cast<double *>(calloc((size_t)denLength, sizeof(double)));
-    double *num =
-        static_cast<double *>(calloc((size_t)numLength, sizeof(double)));
+    double *den = static_cast<double *>(
+        calloc(static_cast<size_t>(denLength), sizeof(double)));
+    double *num = static_cast<double *>(
+        calloc(static_cast<size_t>(numLength), sizeof(double)));
     KEELSTRING_GetDoubleVectorValuesFromString(text, "denominator", den,
                                                denLength);
     KEELSTRING_GetDoubleVectorValuesFromString(text, "numerator", num,
                                                numLength);
     _TOLV_FILTER *filter = TOLV_CreateFilterFromCoefs(
-        numChannels, (uint32_t)numLength, num, (uint32_t)denLength, den);
+        numChannels, static_cast<uint32_t>(numLength), num,
+        static_cast<uint32_t>(denLength), den);
     free(num);
     free(den);
     return filter;
@@ -173,11 +174,11 @@ bool scaleEdges(Description *d)
         return false;
     }
     if (d->fs >= 0) {
-        const double F = (double)d->fs;
+        const double F = static_cast<double>(d->fs);
         float *edges[4] = {&d->p1, &d->p2, &d->s1, &d->s2};
         for (float *e : edges)
             if (*e >= 0.0f)
-                *e = (float)(2.0 * (double)*e / F);
+                *e = static_cast<float>(2.0 * static_cast<double>(*e) / F);
     }
     return true;
 }
@@ -269,7 +270,8 @@ _TOLV_FILTER *design(const Description &d, int type,
     /* A band doubles the order, which must stay a 32-bit count. */
     if (band && N > INT32_MAX / 2)
         return nullptr;
-    const size_t entries = band ? 2 * (size_t)N : (size_t)N;
+    const size_t entries =
+        band ? 2 * static_cast<size_t>(N) : static_cast<size_t>(N);
     _RootScratch poleList(entries), zeroList(entries);
     _ROOT *poles = poleList.data(), *zeros = zeroList.data();
     if (poles == nullptr || zeros == nullptr)

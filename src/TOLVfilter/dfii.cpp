@@ -16,7 +16,7 @@
 int _DFIIfilter(_TOLV_FILTER *filter, const float *input, float *output,
                 uint32_t count, uint32_t start, uint32_t step)
 {
-    _DFIIstate *st = (_DFIIstate *)filter->stateData;
+    _DFIIstate *st = static_cast<_DFIIstate *>(filter->stateData);
     const int32_t M = filter->numChannels;
     const int32_t order = st->order;
     const int32_t numOrder = st->numOrder;
@@ -73,9 +73,9 @@ int _DFIIfilter(_TOLV_FILTER *filter, const float *input, float *output,
 
 int _DFIIreset(_TOLV_FILTER *filter)
 {
-    _DFIIstate *st = (_DFIIstate *)filter->stateData;
+    _DFIIstate *st = static_cast<_DFIIstate *>(filter->stateData);
     memset(st->memory, 0,
-           sizeof(float) * (size_t)(st->order + 1) *
+           sizeof(float) * static_cast<size_t>(st->order + 1) *
                _RingChannels(filter->numChannels));
     return 1;
 }
@@ -85,24 +85,26 @@ int _DFIIreset(_TOLV_FILTER *filter)
  * the source's head. */
 int _DFIIcopyMem(_TOLV_FILTER *dest, const _TOLV_FILTER *src)
 {
-    _DFIIstate *d = (_DFIIstate *)dest->stateData;
-    const _DFIIstate *s = (const _DFIIstate *)src->stateData;
-    const int64_t M = (int64_t)_RingChannels(dest->numChannels);
+    _DFIIstate *d = static_cast<_DFIIstate *>(dest->stateData);
+    const _DFIIstate *s = static_cast<const _DFIIstate *>(src->stateData);
+    const int64_t M = static_cast<int64_t>(_RingChannels(dest->numChannels));
     const int64_t rows = (d->order < s->order ? d->order : s->order) + 1;
-    memmove(d->memory, s->memory, sizeof(float) * (size_t)(rows * M));
+    memmove(d->memory, s->memory,
+            sizeof(float) * static_cast<size_t>(rows * M));
     if (d->order > s->order) {
         // Kept on purpose, pinned by FilterMemories.DirectFormCopies.
         // The rows the source lacks are not touched: the clear starts at
         // the byte offset of the first of them taken as a float index, and
         // so always ends past the ring. Only the part that falls inside the
         // ring is written; the rest is dropped.
-        const int64_t ring = (int64_t)(d->order + 1) * M;
-        const int64_t from = (int64_t)(s->order + 1) * M * 4;
-        int64_t to = from + (int64_t)(d->order - s->order) * M;
+        const int64_t ring = static_cast<int64_t>(d->order + 1) * M;
+        const int64_t from = static_cast<int64_t>(s->order + 1) * M * 4;
+        int64_t to = from + static_cast<int64_t>(d->order - s->order) * M;
         if (to > ring)
             to = ring;
         if (from < to)
-            memset(d->memory + from, 0, sizeof(float) * (size_t)(to - from));
+            memset(d->memory + from, 0,
+                   sizeof(float) * static_cast<size_t>(to - from));
     }
     d->head = d->order > s->head ? d->order : s->head;
     return 1;

@@ -21,9 +21,9 @@ static inline float Section(const double *q, float v, const double *w1,
                             const double *w2, double *w0)
 {
     const double d1 = *w1, d2 = *w2;
-    const double t = ((double)v - q[0] * d1) - q[1] * d2;
+    const double t = (static_cast<double>(v) - q[0] * d1) - q[1] * d2;
     *w0 = t;
-    return (float)((q[3] * d1 + q[2] * t) + q[4] * d2);
+    return static_cast<float>((q[3] * d1 + q[2] * t) + q[4] * d2);
 }
 
 /* Room for the signals between sections in the skewed walk, per call. */
@@ -36,9 +36,10 @@ static int64_t ForwardFrames(const float *input, const float *output,
                              uint32_t count, uint32_t start, uint32_t step,
                              int32_t M)
 {
-    const int64_t last = (int32_t)(count - (uint32_t)M);
-    const int64_t first = (int32_t)start;
-    if (M < 1 || first < 0 || step < (uint32_t)M || step > INT32_MAX)
+    const int64_t last = static_cast<int32_t>(count - static_cast<uint32_t>(M));
+    const int64_t first = static_cast<int32_t>(start);
+    if (M < 1 || first < 0 || step < static_cast<uint32_t>(M) ||
+        step > INT32_MAX)
         return -1;
     if (first > last)
         return 0;
@@ -46,7 +47,7 @@ static int64_t ForwardFrames(const float *input, const float *output,
     if (first + frames * step > INT32_MAX)
         return -1;
     const uintptr_t in = (uintptr_t)input, out = (uintptr_t)output;
-    const uintptr_t bytes = (uintptr_t)(last + M) * sizeof(float);
+    const uintptr_t bytes = static_cast<uintptr_t>(last + M) * sizeof(float);
     if (in != out && in < out + bytes && out < in + bytes)
         return -1;
     return frames;
@@ -62,7 +63,7 @@ static void SkewedWalk(_DFIISOSstate *st, int32_t M, const float *input,
                        int64_t frames)
 {
     const int32_t S = st->numSections;
-    const ptrdiff_t rowLen = (ptrdiff_t)M * S, cs = S + 1;
+    const ptrdiff_t rowLen = static_cast<ptrdiff_t>(M) * S, cs = S + 1;
     const double *sec = st->sections;
     double *mem = st->memory;
     float carry[kMaxCarry];
@@ -73,39 +74,40 @@ static void SkewedWalk(_DFIISOSstate *st, int32_t M, const float *input,
         rowAt[k] = (k & 3) * rowLen;
     for (int64_t i = 0; i < frames + S - 1; i++) {
         if (i < frames) {
-            const uint32_t p = start + (uint32_t)i * step;
+            const uint32_t p = start + static_cast<uint32_t>(i) * step;
             for (int32_t c = 0; c < M; c++)
                 carry[c * cs] = input[p + c];
         }
-        const int32_t hi = st->head - (int32_t)(i & 3);
-        const int32_t lo = i < frames ? 0 : (int32_t)(i - frames + 1);
-        const int32_t top = i < S - 1 ? (int32_t)i : S - 1;
+        const int32_t hi = st->head - static_cast<int32_t>(i & 3);
+        const int32_t lo =
+            i < frames ? 0 : static_cast<int32_t>(i - frames + 1);
+        const int32_t top = i < S - 1 ? static_cast<int32_t>(i) : S - 1;
         for (int32_t c = 0; c < M; c++) {
             // Downwards, so each carry is read before it is replaced.
             for (int32_t s = top; s >= lo; s--) {
                 const ptrdiff_t *r = rowAt + ((hi + s) & 3);
-                double *col = mem + (ptrdiff_t)c * S + s;
+                double *col = mem + static_cast<ptrdiff_t>(c) * S + s;
                 carry[c * cs + s + 1] =
                     Section(sec + 5 * s, carry[c * cs + s], col + r[1],
                             col + r[2], col + r[0]);
             }
         }
         if (i >= S - 1) {
-            const uint32_t p = start + (uint32_t)(i - S + 1) * step;
+            const uint32_t p = start + static_cast<uint32_t>(i - S + 1) * step;
             for (int32_t c = 0; c < M; c++)
                 output[p + c] = carry[c * cs + S];
         }
     }
-    st->head = (st->head - (int32_t)(frames & 3)) & 3;
+    st->head = (st->head - static_cast<int32_t>(frames & 3)) & 3;
 }
 
 int _DFIISOSfilter(_TOLV_FILTER *filter, const float *input, float *output,
                    uint32_t count, uint32_t start, uint32_t step)
 {
-    _DFIISOSstate *st = (_DFIISOSstate *)filter->stateData;
+    _DFIISOSstate *st = static_cast<_DFIISOSstate *>(filter->stateData);
     const int32_t M = filter->numChannels;
     const int32_t S = st->numSections;
-    if (S >= 2 && (int64_t)M * (S + 1) <= kMaxCarry) {
+    if (S >= 2 && static_cast<int64_t>(M) * (S + 1) <= kMaxCarry) {
         const int64_t frames =
             ForwardFrames(input, output, count, start, step, M);
         if (frames >= 0) {
@@ -113,7 +115,7 @@ int _DFIISOSfilter(_TOLV_FILTER *filter, const float *input, float *output,
             return 1;
         }
     }
-    const ptrdiff_t rowLen = (ptrdiff_t)M * S;
+    const ptrdiff_t rowLen = static_cast<ptrdiff_t>(M) * S;
     const double *sec = st->sections;
     double *mem = st->memory;
     int32_t head = st->head;
@@ -126,7 +128,7 @@ int _DFIISOSfilter(_TOLV_FILTER *filter, const float *input, float *output,
         for (int32_t c = 0; c < M; c++) {
             float v = input[p + c];
             output[p + c] = v; // with no sections the filter is a copy
-            const ptrdiff_t at = (ptrdiff_t)c * S;
+            const ptrdiff_t at = static_cast<ptrdiff_t>(c) * S;
             for (int32_t s = 0; s < S; s++)
                 v = Section(sec + 5 * s, v, w1 + at + s, w2 + at + s,
                             w0 + at + s);
@@ -140,7 +142,7 @@ int _DFIISOSfilter(_TOLV_FILTER *filter, const float *input, float *output,
 
 int _DFIISOSreset(_TOLV_FILTER *filter)
 {
-    _DFIISOSstate *st = (_DFIISOSstate *)filter->stateData;
+    _DFIISOSstate *st = static_cast<_DFIISOSstate *>(filter->stateData);
     memset(st->memory, 0,
            sizeof(double) * 4 * _RingChannels(filter->numChannels) *
                st->numSections);
@@ -151,14 +153,15 @@ int _DFIISOSreset(_TOLV_FILTER *filter)
  * from rest, missing ones drop the source's last sections. */
 int _DFIISOScopyMem(_TOLV_FILTER *dest, const _TOLV_FILTER *src)
 {
-    _DFIISOSstate *d = (_DFIISOSstate *)dest->stateData;
-    const _DFIISOSstate *s = (const _DFIISOSstate *)src->stateData;
-    const int64_t M = (int64_t)_RingChannels(dest->numChannels);
+    _DFIISOSstate *d = static_cast<_DFIISOSstate *>(dest->stateData);
+    const _DFIISOSstate *s = static_cast<const _DFIISOSstate *>(src->stateData);
+    const int64_t M = static_cast<int64_t>(_RingChannels(dest->numChannels));
     const int64_t dS = d->numSections, sS = s->numSections;
     const int64_t ring = 4 * M * dS;
 
     if (dS == sS && sS > 0) {
-        memmove(d->memory, s->memory, sizeof(double) * (size_t)ring);
+        memmove(d->memory, s->memory,
+                sizeof(double) * static_cast<size_t>(ring));
         d->head = s->head;
         return 1;
     }
@@ -167,7 +170,7 @@ int _DFIISOScopyMem(_TOLV_FILTER *dest, const _TOLV_FILTER *src)
         return 1;
     }
     if (sS == 0) {
-        memset(d->memory, 0, sizeof(double) * (size_t)ring);
+        memset(d->memory, 0, sizeof(double) * static_cast<size_t>(ring));
         d->head = 0;
         return 1;
     }
@@ -188,7 +191,7 @@ int _DFIISOScopyMem(_TOLV_FILTER *dest, const _TOLV_FILTER *src)
                     from + (dS - sS) < ring ? from + (dS - sS) : ring;
                 if (from < to)
                     memset(d->memory + from, 0,
-                           sizeof(double) * (size_t)(to - from));
+                           sizeof(double) * static_cast<size_t>(to - from));
             }
         }
     }

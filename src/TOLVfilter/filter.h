@@ -71,7 +71,7 @@ typedef struct _DFIISOSstate {
  * rings are empty rather than sized from a wrapped count. */
 static inline size_t _RingChannels(int32_t numChannels)
 {
-    return numChannels > 0 ? (size_t)numChannels : 0;
+    return numChannels > 0 ? static_cast<size_t>(numChannels) : 0;
 }
 
 int _DFIIfilter(_TOLV_FILTER *filter, const float *input, float *output,

@@ -28,7 +28,8 @@ static _TOLV_FILTER *NewFilter(_TOLV_FilterRunFn run, _TOLV_FilterResetFn reset,
                                _TOLV_FilterCopyFn copy, void *state,
                                int numChannels)
 {
-    _TOLV_FILTER *f = (_TOLV_FILTER *)calloc(1, sizeof(_TOLV_FILTER));
+    _TOLV_FILTER *f =
+        static_cast<_TOLV_FILTER *>(calloc(1, sizeof(_TOLV_FILTER)));
     f->filterFn = run;
     f->resetFn = reset;
     f->copyMemFn = copy;
@@ -44,9 +45,10 @@ static _TOLV_FILTER *NewFilter(_TOLV_FilterRunFn run, _TOLV_FilterResetFn reset,
  * range does not fit there is refused. */
 static int64_t RingIndexRange(int32_t order, int numChannels)
 {
-    const int64_t channels =
-        numChannels < 0 ? -(int64_t)numChannels : (int64_t)numChannels;
-    return ((int64_t)order + 2) * channels;
+    const int64_t channels = numChannels < 0
+                                 ? -static_cast<int64_t>(numChannels)
+                                 : static_cast<int64_t>(numChannels);
+    return (static_cast<int64_t>(order) + 2) * channels;
 }
 
 extern "C" {
@@ -92,10 +94,10 @@ TOLV_API _TOLV_FILTER *TOLV_CreateFilterFromBiquads(int numChannels,
                                                     uint32_t numBiquads,
                                                     const double *biquads)
 {
-    if (biquads == NULL)
-        return NULL;
+    if (biquads == nullptr)
+        return nullptr;
     if (TooManyBiquads(numBiquads))
-        return NULL;
+        return nullptr;
     _DFIISOSstate *st = (_DFIISOSstate *)calloc(1, sizeof(_DFIISOSstate));
     st->sections = (double *)calloc(5 * (size_t)numBiquads, sizeof(double));
     memcpy(st->sections, biquads, sizeof(double) * 5 * numBiquads);
@@ -120,17 +122,17 @@ TOLV_API _TOLV_FILTER *TOLV_CreateFilterFromBiquads(int numChannels,
 TOLV_API int TOLV_UpdateFilterBiquads(_TOLV_FILTER *filter, uint32_t numBiquads,
                                       const double *biquads)
 {
-    if (biquads == NULL)
+    if (biquads == nullptr)
         return 0;
     if (TooManyBiquads(numBiquads))
         return 0;
     // The caller owes a section filter. A null object or one of the direct
     // form is refused here rather than written through, as its state
     // cannot match the count.
-    if (filter == NULL || filter->filterFn != _DFIISOSfilter)
+    if (filter == nullptr || filter->filterFn != _DFIISOSfilter)
         return 0;
     _DFIISOSstate *st = (_DFIISOSstate *)filter->stateData;
-    if (st == NULL)
+    if (st == nullptr)
         return 0;
     if ((int32_t)numBiquads != st->numSections)
         return 0;
@@ -141,7 +143,7 @@ TOLV_API int TOLV_UpdateFilterBiquads(_TOLV_FILTER *filter, uint32_t numBiquads,
 TOLV_API int TOLV_Filter(_TOLV_FILTER *filter, const float *input,
                          float *output, uint32_t count)
 {
-    if (filter == NULL || input == NULL || output == NULL)
+    if (filter == nullptr || input == nullptr || output == nullptr)
         return 0;
     return filter->filterFn(filter, input, output, count, 0,
                             (uint32_t)filter->numChannels);
@@ -151,14 +153,14 @@ TOLV_API int TOLV_FilterEx(_TOLV_FILTER *filter, const float *input,
                            float *output, uint32_t count, uint32_t start,
                            uint32_t step)
 {
-    if (filter == NULL || input == NULL || output == NULL)
+    if (filter == nullptr || input == nullptr || output == nullptr)
         return 0;
     return filter->filterFn(filter, input, output, count, start, step);
 }
 
 TOLV_API int TOLV_ResetFilter(_TOLV_FILTER *filter)
 {
-    if (filter == NULL)
+    if (filter == nullptr)
         return 0;
     return filter->resetFn(filter);
 }
@@ -169,7 +171,8 @@ TOLV_API int TOLV_ResetFilter(_TOLV_FILTER *filter)
 TOLV_API int TOLV_CopyFilterMemories(_TOLV_FILTER *dest,
                                      const _TOLV_FILTER *src)
 {
-    if (dest == NULL || src == NULL || dest->copyMemFn != src->copyMemFn ||
+    if (dest == nullptr || src == nullptr ||
+        dest->copyMemFn != src->copyMemFn ||
         dest->numChannels != src->numChannels ||
         dest->filterType != src->filterType)
         return 0;
@@ -178,9 +181,9 @@ TOLV_API int TOLV_CopyFilterMemories(_TOLV_FILTER *dest,
 
 TOLV_API int TOLV_DestroyFilter(_TOLV_FILTER *filter)
 {
-    if (filter == NULL)
+    if (filter == nullptr)
         return 0;
-    if (filter->stateData == NULL) {
+    if (filter->stateData == nullptr) {
         KEELDEBUG_Error(-1, "TOLV_DestroyFilter: Filter state is NULL!");
     } else if (filter->filterFn == _DFIIfilter) {
         _DFIIstate *st = (_DFIIstate *)filter->stateData;

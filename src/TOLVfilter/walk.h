@@ -16,15 +16,16 @@ template <class FrameFn>
 static inline void _WalkFrames(uint32_t count, uint32_t start, uint32_t step,
                                int32_t numChannels, FrameFn frame)
 {
-    const int32_t last = (int32_t)(count - (uint32_t)numChannels);
-    for (uint32_t p = start; (int32_t)p <= last; p += step) {
+    const int32_t last =
+        static_cast<int32_t>(count - static_cast<uint32_t>(numChannels));
+    for (uint32_t p = start; static_cast<int32_t>(p) <= last; p += step) {
         // A position that reads as negative lies before the buffer (a start
         // or a step of 2^31 or more): the walk ends there. Every position
         // then stays in 0 .. last, and any step but 0 reaches one of the
         // two ends, so the walk also ends.
-        if ((int32_t)p < 0)
+        if (static_cast<int32_t>(p) < 0)
             break;
-        frame((int32_t)p);
+        frame(static_cast<int32_t>(p));
     }
 }
 

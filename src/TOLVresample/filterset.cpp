@@ -212,4 +212,5 @@ const _TOLV_FILTERSET_ROW FilterSet[] = {
     {96000, 8000, a_coeffs_fator_12, b_coeffs_fator_12, 11},
 };
 
-const int FilterSetRows = (int)(sizeof FilterSet / sizeof FilterSet[0]);
+const int FilterSetRows =
+    static_cast<int>(sizeof FilterSet / sizeof FilterSet[0]);

@@ -22,7 +22,7 @@ static inline float _HistoryTick(const double *newest, const double *row,
     double sum = 0.0;
     for (int32_t t = 0; t < taps; t++)
         sum += newest[-t] * row[t];
-    return (float)sum;
+    return static_cast<float>(sum);
 }
 
 /* Four ticks side by side, each chain in its own order of t, so that the
@@ -41,10 +41,10 @@ static inline void _FourHistoryTicks(const double *const *newest,
         s2 += x2[-t] * r2[t];
         s3 += x3[-t] * r3[t];
     }
-    out[0] = (float)s0;
-    out[1] = (float)s1;
-    out[2] = (float)s2;
-    out[3] = (float)s3;
+    out[0] = static_cast<float>(s0);
+    out[1] = static_cast<float>(s1);
+    out[2] = static_cast<float>(s2);
+    out[3] = static_cast<float>(s3);
 }
 
 /* Frames [first, end) of the block, all with their history in the block. */
@@ -80,12 +80,12 @@ static void _CatchUpLine(_TOLV_POLYPHASE *s, const double *x, int first,
                          int end)
 {
     int32_t taps = s->tapsPerPhase;
-    int64_t overwritten = (int64_t)(end - first) - taps;
+    int64_t overwritten = static_cast<int64_t>(end - first) - taps;
     if (overwritten > 0) {
-        s->writeIndex -= (int32_t)(overwritten % taps);
+        s->writeIndex -= static_cast<int32_t>(overwritten % taps);
         if (s->writeIndex < 0)
             s->writeIndex += taps;
-        first += (int)overwritten;
+        first += static_cast<int>(overwritten);
     }
     for (int i = first; i < end; i++)
         _RingPush(s->delayLine, &s->writeIndex, taps, x[i]);
@@ -111,8 +111,8 @@ int _PolyphaseResample(_TOLV_POLYPHASE *s, const float *input, float *output,
     for (int i = 0; i < head; i++) {
         _RingPush(s->delayLine, &s->writeIndex, taps, x[i]);
         _FrameTicks(s, &s->phase, [&](int32_t phase) {
-            output[written++] = (float)_RingTick<double>(
-                s->delayLine, s->phaseFilters[phase], s->writeIndex, taps);
+            output[written++] = static_cast<float>(_RingTick<double>(
+                s->delayLine, s->phaseFilters[phase], s->writeIndex, taps));
             return true;
         });
         s->phase -= s->up;

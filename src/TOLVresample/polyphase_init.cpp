@@ -15,8 +15,8 @@ static const double FOUR_PI = 12.566370614359172;
 /* Half of the prototype length in units of max(L, M), unless the text says. */
 static int _ReadOrder(const char *config)
 {
-    int fallback =
-        (int)KEELSETTINGS_GetIntEx(NULL, "libtolv.resample.polyphase.order=30");
+    int fallback = static_cast<int>(
+        KEELSETTINGS_GetIntEx(nullptr, "libtolv.resample.polyphase.order=30"));
     return KEELSTRING_GetIntegerValueFromString(config, "order", fallback);
 }
 
@@ -27,13 +27,14 @@ static int _ReadOrder(const char *config)
 static double *_DesignPrototype(int32_t up, int32_t down, int32_t n)
 {
     int32_t length = up + n + 1 - (n + 1) % up;
-    double *h = (double *)calloc((size_t)length, sizeof(double));
-    if (h == NULL)
-        return NULL;
+    double *h = static_cast<double *>(
+        calloc(static_cast<size_t>(length), sizeof(double)));
+    if (h == nullptr)
+        return nullptr;
     double cutoff = 0.95 * fmin(PI / up, PI / down);
     int32_t half = n / 2;
     for (int32_t i = 0; i < half; i++) {
-        double t = (double)(i - half);
+        double t = static_cast<double>(i - half);
         double window = 0.08 * cos(i * FOUR_PI / (n + 1)) +
                         (0.42 - 0.5 * cos(TWO_PI * i / (n + 1)));
         double tap = (sin(cutoff * t) / (t * PI)) * (window * up);
@@ -44,7 +45,9 @@ static double *_DesignPrototype(int32_t up, int32_t down, int32_t n)
     if (up > down)
         h[half] = 0.95;
     else
-        h[half] = (double)((float)up / (float)down) * 0.95;
+        h[half] = static_cast<double>(static_cast<float>(up) /
+                                      static_cast<float>(down)) *
+                  0.95;
     return h;
 }
 
@@ -52,7 +55,7 @@ static double *_DesignPrototype(int32_t up, int32_t down, int32_t n)
 static void _RefuseOrder(_TOLV_RESAMPLE *handle)
 {
     KEELDEBUG_TerminalError(-1, "TOLV_ResampleInit: Parametros invalidos");
-    handle->impl = NULL;
+    handle->impl = nullptr;
 }
 
 static void _PolyphaseSetUp(_TOLV_RESAMPLE *handle, int inputRate,
@@ -66,39 +69,47 @@ static void _PolyphaseSetUp(_TOLV_RESAMPLE *handle, int inputRate,
         _RefuseOrder(handle);
         return;
     }
-    _TOLV_POLYPHASE *s = (_TOLV_POLYPHASE *)calloc(1, sizeof(_TOLV_POLYPHASE));
+    _TOLV_POLYPHASE *s =
+        static_cast<_TOLV_POLYPHASE *>(calloc(1, sizeof(_TOLV_POLYPHASE)));
     int32_t g = _ResampleGcd(inputRate, outputRate);
     int32_t up = outputRate / g;
     int32_t down = inputRate / g;
     /* The length wraps as a 32-bit product would; a length that wrapped
      * to nothing, or whose rows would not fit, is refused like an order
      * below 1. */
-    int32_t n = (int32_t)(uint32_t)(2u * (uint32_t)(up > down ? up : down) *
-                                    (uint32_t)order);
-    if (n < 1 || (int64_t)up + n + 1 > INT32_MAX) {
+    int32_t n = static_cast<int32_t>(static_cast<uint32_t>(
+        2u * static_cast<uint32_t>(up > down ? up : down) *
+        static_cast<uint32_t>(order)));
+    if (n < 1 || static_cast<int64_t>(up) + n + 1 > INT32_MAX) {
         free(s);
         _RefuseOrder(handle);
         return;
     }
 
     /* Group delay of N / 2 grid steps, in output frames. */
-    int32_t delay = (int32_t)roundf((float)n / ((float)down + (float)down));
+    int32_t delay = static_cast<int32_t>(
+        roundf(static_cast<float>(n) /
+               (static_cast<float>(down) + static_cast<float>(down))));
     s->flushRemaining = delay;
     s->skipRemaining = compensate ? delay : 0;
 
     double *h = _DesignPrototype(up, down, n);
-    if (h == NULL) {
+    if (h == nullptr) {
         free(s);
         _RefuseOrder(handle);
         return;
     }
     int32_t taps = (n + 1) / up + ((n + 1) % up != 0 ? 1 : 0);
     s->tapsPerPhase = taps;
-    s->delayLine = (double *)calloc((size_t)taps, sizeof(double));
-    s->phaseFilters = (double **)calloc((size_t)up, sizeof(double *));
+    s->delayLine = static_cast<double *>(
+        calloc(static_cast<size_t>(taps), sizeof(double)));
+    s->phaseFilters = static_cast<double **>(
+        calloc(static_cast<size_t>(up), sizeof(double *)));
     for (int32_t p = 0; p < up; p++) {
-        double *row = (double *)calloc((size_t)taps, sizeof(double));
-        for (int32_t j = 0; j < taps && p + (int64_t)j * up <= n; j++)
+        double *row = static_cast<double *>(
+            calloc(static_cast<size_t>(taps), sizeof(double)));
+        for (int32_t j = 0; j < taps && p + static_cast<int64_t>(j) * up <= n;
+             j++)
             row[j] = h[p + j * up];
         s->phaseFilters[p] = row;
     }
@@ -106,7 +117,7 @@ static void _PolyphaseSetUp(_TOLV_RESAMPLE *handle, int inputRate,
     s->down = down;
     s->phase = 0;
     s->writeIndex = 0;
-    s->staging = NULL;
+    s->staging = nullptr;
     s->stagingCapacity = 0;
     free(h);
     handle->impl = s;
@@ -115,23 +126,25 @@ static void _PolyphaseSetUp(_TOLV_RESAMPLE *handle, int inputRate,
 static int _PolyphaseRun(void *state, const float *input, float *output,
                          int frames)
 {
-    return _PolyphaseResample((_TOLV_POLYPHASE *)state, input, output, frames);
+    return _PolyphaseResample(static_cast<_TOLV_POLYPHASE *>(state), input,
+                              output, frames);
 }
 
 static int _PolyphasePending(const void *state)
 {
-    return ((const _TOLV_POLYPHASE *)state)->flushRemaining;
+    return (static_cast<const _TOLV_POLYPHASE *>(state))->flushRemaining;
 }
 
 static int _PolyphaseFlushOp(void *state, float *output, int maxFrames)
 {
-    return _PolyphaseFlush((_TOLV_POLYPHASE *)state, output, maxFrames);
+    return _PolyphaseFlush(static_cast<_TOLV_POLYPHASE *>(state), output,
+                           maxFrames);
 }
 
 static void _PolyphaseDestroy(void *state)
 {
-    _TOLV_POLYPHASE *s = (_TOLV_POLYPHASE *)state;
-    if (s->staging != NULL)
+    _TOLV_POLYPHASE *s = static_cast<_TOLV_POLYPHASE *>(state);
+    if (s->staging != nullptr)
         free(s->staging);
     for (int32_t p = 0; p < s->up; p++)
         free(s->phaseFilters[p]);

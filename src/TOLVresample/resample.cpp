@@ -23,14 +23,15 @@ int32_t _ResampleGcd(int32_t a, int32_t b)
 
 void _ResampleGrowStaging(double **staging, int64_t *capacity, int64_t required)
 {
-    if (*staging != NULL && required <= *capacity)
+    if (*staging != nullptr && required <= *capacity)
         return;
     /* A count of zero or below still yields a real block, so that the
      * pointer never reads as released. The block carries nothing between
      * calls; it is cleared so that no stage ever reads an indeterminate
      * value from it. */
-    size_t entries = required > 0 ? (size_t)required : 1;
-    *staging = (double *)realloc(*staging, entries * sizeof(double));
+    size_t entries = required > 0 ? static_cast<size_t>(required) : 1;
+    *staging =
+        static_cast<double *>(realloc(*staging, entries * sizeof(double)));
     memset(*staging, 0, entries * sizeof(double));
     *capacity = required;
 }

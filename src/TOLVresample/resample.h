@@ -111,9 +111,11 @@ static inline Sum _RingTick(const double *line, const double *row,
 {
     Sum sum = 0;
     for (int32_t t = 0; t < taps - writeIndex; t++)
-        sum = (Sum)((double)sum + line[writeIndex + t] * row[t]);
+        sum = static_cast<Sum>(static_cast<double>(sum) +
+                               line[writeIndex + t] * row[t]);
     for (int32_t t = 0; t < writeIndex; t++)
-        sum = (Sum)((double)sum + line[t] * row[taps - writeIndex + t]);
+        sum = static_cast<Sum>(static_cast<double>(sum) +
+                               line[t] * row[taps - writeIndex + t]);
     return sum;
 }
 

@@ -10,7 +10,7 @@ int _ZOHResample(_TOLV_ZOH *s, const float *input, float *output, int frames)
 {
     /* Bound of what one block can give, at most L / M + 1 frames per frame. */
     _ResampleGrowStaging(&s->staging, &s->stagingCapacity,
-                         (int64_t)s->stagingFactor * frames);
+                         static_cast<int64_t>(s->stagingFactor) * frames);
     if (!s->upsampling) {
         FilterBlockFloat(s->aCoeffs, s->bCoeffs, s->coefficientCount, s->stateA,
                          s->stateB, input, s->staging, frames);
@@ -30,11 +30,11 @@ int _ZOHResample(_TOLV_ZOH *s, const float *input, float *output, int frames)
 
     int written = 0;
     for (int i = 0; i < frames; i++) {
-        float value = (float)s->staging[i];
-        for (; (uint64_t)s->phase < (uint64_t)s->up;
-             s->phase = (uint32_t)(s->phase + s->down))
+        float value = static_cast<float>(s->staging[i]);
+        for (; static_cast<uint64_t>(s->phase) < static_cast<uint64_t>(s->up);
+             s->phase = static_cast<uint32_t>(s->phase + s->down))
             output[written++] = value;
-        s->phase = (uint32_t)(s->phase - s->up);
+        s->phase = static_cast<uint32_t>(s->phase - s->up);
         s->inputCount++;
     }
 
@@ -42,7 +42,7 @@ int _ZOHResample(_TOLV_ZOH *s, const float *input, float *output, int frames)
         FilterBlockFloat(s->aCoeffs, s->bCoeffs, s->coefficientCount, s->stateA,
                          s->stateB, output, s->staging, written);
         for (int i = 0; i < written; i++)
-            output[i] = (float)s->staging[i];
+            output[i] = static_cast<float>(s->staging[i]);
     }
     return written;
 }
