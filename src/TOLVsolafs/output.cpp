@@ -1,42 +1,6 @@
 /* Output side of a SOLAFS channel: one block of overlapLength frames per
  * pass, for as long as enough input waits ahead of the analysis position. */
-#include <string.h>
-
 #include "solafs.h"
-
-void _SolafsReadInput(const _TOLV_SOLAFS *s, int64_t first, int32_t count,
-                      float *dest)
-{
-    if (first >= 0 && first + count <= s->inputCapacity) {
-        if (count > 0)
-            memcpy(dest, s->inputBuffer + first, (size_t)count * sizeof(float));
-        return;
-    }
-    for (int32_t j = 0; j < count; j++)
-        dest[j] = _SolafsInputAt(s, first + j);
-}
-
-/* Takes over the queued change of speed once the analysis position p of the
- * previous block has reached the segment's start. The offset keeps the
- * analysis position continuous: old and new speed give the same p at the new
- * synthesis position. p is an input-axis position compared with a count
- * without the pad, as the bookkeeping has always done. */
-static void _SolafsTakeSpeedChange(_TOLV_SOLAFS *s, int32_t p)
-{
-    if (s->pendingSegments <= 0 || s->nextSegment >= s->segmentCount)
-        return;
-    const _TOLV_SOLAFS_SEGMENT *seg = &s->segments[s->nextSegment];
-    if (seg->segSpeed == s->speed || p < seg->segInputStart)
-        return;
-    s->nextSegment++;
-    s->pendingSegments--;
-    float y = (float)s->synthesisPos;
-    float oldScaled = s->speed * y;
-    float newScaled = seg->segSpeed * y;
-    float shift = oldScaled - newScaled;
-    s->analysisOffset = _SolafsTrunc(shift + (float)s->analysisOffset);
-    s->speed = seg->segSpeed;
-}
 
 extern "C" TOLV_API int TOLV_SolafsOutputData(_TOLV_SOLAFS *solafs, int channel,
                                               float *samples, int capacity)
@@ -44,35 +8,11 @@ extern "C" TOLV_API int TOLV_SolafsOutputData(_TOLV_SOLAFS *solafs, int channel,
     _TOLV_SOLAFS *s = solafs;
     int32_t produced = 0;
     int32_t p = _SolafsAnalysisPos(s);
-    for (;;) {
-        /* A pass needs the whole search range, two maxSkew, ahead of p. */
-        if ((int64_t)p >= (int64_t)s->inputEnd - 2 * (int64_t)s->maxSkew)
-            break;
-        /* The stretch that would continue the previous block's source. */
-        _SolafsReadInput(
-            s, (int64_t)s->similarityLength + s->alignedPos - s->inputBase,
-            s->overlapLength, s->overlapBuffer);
-        s->synthesisPos =
-            _SolafsWrap((int64_t)s->synthesisPos + s->synthesisHop);
-        _SolafsTakeSpeedChange(s, p);
-        p = _SolafsAnalysisPos(s);
-
-        /* Where the previous alignment would land by itself. lastSynthesisPos
-         * holds the previous analysis position as well, so this is
-         * skew + p - synthesisPos. */
-        int64_t predicted = ((int64_t)p - s->lastAnalysisPos) -
-                            s->synthesisPos + s->lastSynthesisPos + s->skew;
-        predicted = _SolafsWrap(predicted);
-        s->lastAnalysisPos = p;
-        s->lastSynthesisPos = p;
-        if (predicted >= 0 && predicted <= s->maxSkew)
-            s->skew = (int32_t)predicted;
-        else
+    while (_SolafsPassReady(s, p)) {
+        p = _SolafsBeginPass(s, p);
+        if (!_SolafsKeepAlignment(s, p))
             s->skew = _SolafsSearch(s, p);
-        s->alignedPos = _SolafsWrap((int64_t)p + s->skew);
-
-        _SolafsCrossFade(s, channel, samples, produced);
-        produced = _SolafsWrap((int64_t)produced + s->overlapLength);
+        produced = _SolafsFinishPass(s, p, channel, samples, produced);
         /* The capacity is looked at only behind a pass: a caller's block must
          * hold one whole block whatever it says. */
         if ((int64_t)capacity - produced < s->overlapLength)

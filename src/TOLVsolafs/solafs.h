@@ -123,6 +123,18 @@ static inline float _SolafsInputAt(const _TOLV_SOLAFS *s, int64_t index)
  * the window. */
 void _SolafsReadInput(const _TOLV_SOLAFS *s, int64_t first, int32_t count,
                       float *dest);
+/* One output pass, in stages: ready while the whole search range lies in
+ * the window ahead of p; begin takes the outgoing stretch, advances the
+ * synthesis position (taking a queued speed change) and returns the new
+ * analysis position; keep-alignment sets the skew that continues the
+ * previous alignment and tells whether it fits the search range (otherwise
+ * the caller chooses the skew); finish cross-fades the block to frame
+ * `produced` of the caller's block and returns the new frame count. */
+bool _SolafsPassReady(const _TOLV_SOLAFS *s, int32_t p);
+int32_t _SolafsBeginPass(_TOLV_SOLAFS *s, int32_t p);
+bool _SolafsKeepAlignment(_TOLV_SOLAFS *s, int32_t p);
+int32_t _SolafsFinishPass(_TOLV_SOLAFS *s, int32_t p, int channel,
+                          float *samples, int32_t produced);
 /* Chooses skew for analysis position p by correlating the outgoing stretch in
  * overlapBuffer with every candidate; returns the best skew. */
 int32_t _SolafsSearch(_TOLV_SOLAFS *s, int32_t p);

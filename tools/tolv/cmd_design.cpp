@@ -8,6 +8,7 @@
 #include "audio.h"
 #include "cli.h"
 #include "commands.h"
+#include "TOLVfilter/design_describe.h"
 #include "filtertext.h"
 #include "plot.h"
 #include "response.h"
@@ -76,9 +77,9 @@ void reportForm(const FilterText &spec, const std::string &text)
                 spec.channels, spec.channels == 1 ? "" : "s",
                 fs > 0 ? format(", fs %d Hz", fs).c_str() : "");
     if (spec.form == FilterText::Design) {
-        int sections = 0;
-        int order = measureDesignedOrder(text, spec.channels, &sections);
-        std::printf("order %d, %d section%s\n", order, sections,
+        const long long order = _DescribedOrder(text.c_str());
+        const long long sections = (order + 1) / 2;
+        std::printf("order %lld, %lld section%s\n", order, sections,
                     sections == 1 ? "" : "s");
     } else if (spec.form == FilterText::Sections) {
         std::printf("order %d, %zu sections\n", explicitOrder(spec),

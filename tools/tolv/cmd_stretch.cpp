@@ -1,7 +1,8 @@
 /*
- * tolv stretch: time-scale modification with one SOLAFS object per channel.
- * The engine takes input only while it has room and gives output in whole
- * blocks, so each channel keeps its own queue of input not yet taken; at
+ * tolv stretch: time-scale modification with the linked engine, one SOLAFS
+ * object per channel splicing where a search on the channels' mean says, so
+ * the stereo image holds. The engine takes input only while it has room and
+ * gives output in whole blocks, so input not yet taken waits in a queue; at
  * the end silence is fed behind the input until the tail is out.
  */
 #include <algorithm>
@@ -12,36 +13,12 @@
 #include "audio.h"
 #include "cli.h"
 #include "commands.h"
+#include "linked_stretch.h"
 #include "tolv.h"
 
 namespace cli {
 
 namespace {
-struct Channel {
-    _TOLV_SOLAFS *engine = nullptr;
-    std::vector<float> pending; /* input offered but not yet taken */
-    std::vector<float> ready;   /* output not yet written */
-};
-
-/* Offers a channel's pending input and collects whatever output that
- * allows, until the engine neither takes nor gives anything. */
-void pump(Channel &ch, float speed, std::vector<float> &scratch)
-{
-    for (;;) {
-        int taken = 0;
-        if (!ch.pending.empty()) {
-            taken = TOLV_SolafsInputData(ch.engine, 0, ch.pending.data(),
-                                         int(ch.pending.size()), speed);
-            ch.pending.erase(ch.pending.begin(), ch.pending.begin() + taken);
-        }
-        int made = TOLV_SolafsOutputData(ch.engine, 0, scratch.data(),
-                                         int(scratch.size()));
-        ch.ready.insert(ch.ready.end(), scratch.begin(),
-                        scratch.begin() + made);
-        if (taken == 0 && made == 0)
-            return;
-    }
-}
 /* Speeds below this are refused (see runStretch). */
 constexpr double kMinSpeed = 0.01;
 
@@ -122,58 +99,72 @@ StretchOptions parseStretch(const Arguments &argv)
     return o;
 }
 
-/* One engine per channel and the interleaving of what they give. */
+/* The linked engine over every channel, with queues of interleaved input
+ * it has not taken yet and output not written yet. */
 struct Stretcher {
-    std::vector<Channel> chans;
-    std::vector<float> scratch, interleaved;
+    _TOLV_LINKED_STRETCH *engine;
+    size_t channels;
+    std::vector<float> pending, ready, scratch;
     float speed;
     int64_t expected = INT64_MAX;
     Stretcher(int channels, const StretchOptions &o, int rate, int64_t frame)
-        : chans(size_t(channels)),
+        : engine(_LinkedStretchCreate(int(o.frameMs), rate, channels)),
+          channels(size_t(channels)),
           // Output comes in whole blocks of half a frame, never more than
           // asked for once the capacity holds one block.
-          scratch(size_t(65536 + frame)), speed(float(o.speed))
+          scratch(size_t(std::max<int64_t>(65536 / channels, frame)) *
+                  size_t(channels)),
+          speed(float(o.speed))
     {
-        for (Channel &ch : chans)
-            ch.engine = TOLV_SolafsCreate(int(o.frameMs), rate, 1);
+        if (engine == nullptr)
+            throw Failure("the stretcher could not be created");
     }
-    /* The engine keeps its memory for the life of the process. */
-    ~Stretcher()
+    ~Stretcher() { _LinkedStretchDestroy(engine); }
+    Stretcher(const Stretcher &) = delete;
+    Stretcher &operator=(const Stretcher &) = delete;
+
+    /* Offers the pending input and collects whatever output that allows,
+     * until the engine neither takes nor gives anything. */
+    void pump()
     {
-        for (Channel &ch : chans)
-            TOLV_SolafsDestroy(ch.engine);
+        const int capacity = int(scratch.size() / channels);
+        for (;;) {
+            int taken = 0;
+            if (!pending.empty())
+                taken =
+                    _LinkedStretchInput(engine, pending.data(),
+                                        int(pending.size() / channels), speed);
+            pending.erase(pending.begin(),
+                          pending.begin() + long(size_t(taken) * channels));
+            const int made =
+                _LinkedStretchOutput(engine, scratch.data(), capacity);
+            ready.insert(ready.end(), scratch.begin(),
+                         scratch.begin() + long(size_t(made) * channels));
+            if (taken == 0 && made == 0)
+                return;
+        }
     }
     /* Queues `got` interleaved frames (or silence, for a null block). */
     void feed(const float *frames, int64_t got)
     {
-        const size_t channels = chans.size();
-        for (size_t c = 0; c < channels; c++) {
-            Channel &ch = chans[c];
-            for (int64_t f = 0; f < got; f++)
-                ch.pending.push_back(frames ? frames[size_t(f) * channels + c]
-                                            : 0.0f);
-            pump(ch, speed, scratch);
-        }
+        const size_t count = size_t(got) * channels;
+        if (frames != nullptr)
+            pending.insert(pending.end(), frames, frames + count);
+        else
+            pending.resize(pending.size() + count, 0.0f);
+        pump();
     }
-    /* Writes what every channel has ready, up to the expected length. */
+    /* Writes what is ready, up to the expected length. */
     void drain(AudioWriter &writer)
     {
-        size_t count = chans[0].ready.size();
-        for (const Channel &ch : chans)
-            count = std::min(count, ch.ready.size());
-        count = size_t(std::min<int64_t>(int64_t(count),
-                                         expected - writer.framesWritten()));
-        if (count == 0)
+        const int64_t count =
+            std::min<int64_t>(int64_t(ready.size() / channels),
+                              expected - writer.framesWritten());
+        if (count <= 0)
             return;
-        const size_t channels = chans.size();
-        interleaved.resize(count * channels);
-        for (size_t c = 0; c < channels; c++) {
-            std::vector<float> &r = chans[c].ready;
-            for (size_t f = 0; f < count; f++)
-                interleaved[f * channels + c] = r[f];
-            r.erase(r.begin(), r.begin() + long(count));
-        }
-        writer.write(interleaved.data(), int64_t(count));
+        writer.write(ready.data(), count);
+        ready.erase(ready.begin(),
+                    ready.begin() + long(size_t(count) * channels));
     }
 };
 } // namespace

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "cli.h"
+#include "TOLVfilter/design_describe.h"
 #include "keel.h"
 
 namespace cli {
@@ -168,8 +169,23 @@ _TOLV_FILTER *createFilter(const std::string &text)
 
 namespace cli {
 
+void checkDesignedOrder(const std::string &text)
+{
+    if (readFilterText(text).form != FilterText::Design)
+        return;
+    takeLibraryErrors();
+    const long long order = _DescribedOrder(text.c_str());
+    takeLibraryErrors();
+    if (order > kMaxDesignOrder)
+        throw Failure(format("the text asks for a filter of order %lld; tolv "
+                             "designs up to order %d (widen the transition "
+                             "band, or lower As or raise Ap)",
+                             order, kMaxDesignOrder));
+}
+
 _TOLV_FILTER *createFilterOrFail(const std::string &text)
 {
+    checkDesignedOrder(text);
     takeLibraryErrors();
     _TOLV_FILTER *filter = createFilter(text);
     if (filter)

@@ -52,8 +52,16 @@ const char *typeName(int code);
 /* Creates the filter of a text; the text is passed as data, never as a
  * format. Null when the library refuses it. */
 _TOLV_FILTER *createFilter(const std::string &text);
+/* Highest order of a designed filter the tool accepts. The design has no
+ * bound of its own and its time grows with the order; past a few hundred
+ * sections a float cascade no longer holds the response it was designed
+ * for anyway. */
+constexpr int kMaxDesignOrder = 1000;
+
 /* The same, but a refusal is thrown as a failure with the library's own
- * message, or with the usual reasons when it refused without one. */
+ * message, or with the usual reasons when it refused without one. A design
+ * text whose order (given, or estimated from the edges, Ap and As) exceeds
+ * kMaxDesignOrder is refused before anything is designed. */
 _TOLV_FILTER *createFilterOrFail(const std::string &text);
 
 } // namespace cli

@@ -33,11 +33,6 @@ struct Response {
 /* Runs an impulse through a new filter of the text and measures it. */
 Response measureResponse(const std::string &text, int channels);
 
-/* Order of a designed filter: twice its section count, less one when the
- * last section is a first-order one. `sections` receives the count; -1
- * when the filter takes no section count up to 4096. */
-int measureDesignedOrder(const std::string &text, int channels, int *sections);
-
 } // namespace cli
 
 #endif
