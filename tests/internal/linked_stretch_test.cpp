@@ -97,8 +97,8 @@ TEST(LinkedStretch, OneChannelIsTheLibraryObject)
 }
 
 /* Lag in -20..40 that best aligns b with a over frames [from, from + n). */
-int BestLag(const std::vector<float> &y, int channels, int a, int b,
-            int from, int n)
+int BestLag(const std::vector<float> &y, int channels, int a, int b, int from,
+            int n)
 {
     int best = 0;
     double top = -1e300;

@@ -136,6 +136,41 @@ TEST(TolvDesign, ExplicitFormsReportTheirOwnOrder)
     EXPECT_NE(std::string::npos, sos.out.find("2 channels"));
 }
 
+/* The order reported is the one built, whatever its parity; an order past
+ * the documented bound, given or estimated, is refused before any design
+ * runs (the estimate below is about 4e7, which would design for minutes). */
+TEST(TolvDesign, OrderIsTheOneBuiltAndBounded)
+{
+    const struct {
+        const char *text;
+        int status;
+        const char *said;
+    } rows[] = {
+        {"fpass=0.2, order=80", 0, "order 80, 40 sections"},
+        {"fpass=0.2, order=199", 0, "order 199, 100 sections"},
+        {"fpass=0.2, order=1000", 0, "order 1000, 500 sections"},
+        {"type=bs, fpass1=0.2, fpass2=0.3, order=501", 1,
+         "order 1002; tolv designs up to order 1000"},
+        {"type=lowpass, fpass=0.1, fstop=0.1000001, As=300, Ap=0.0001", 1,
+         "order 41815361; tolv designs up to order 1000"},
+    };
+    for (const auto &row : rows) {
+        Outcome r = runTolv({"design", row.text});
+        EXPECT_EQ(row.status, r.status) << row.text << "\n" << r.err;
+        EXPECT_NE(std::string::npos, (r.out + r.err).find(row.said))
+            << row.text << "\n"
+            << r.out << r.err;
+    }
+    ScratchDir dir;
+    writeAudio(dir.path("in.wav"), makeSignal(100, 8000, {{{0.5, 440}}}), 1,
+               8000);
+    Outcome f = runTolv({"filter", dir.path("in.wav"), dir.path("out.wav"),
+                         "fpass=0.2, order=5000"});
+    EXPECT_EQ(1, f.status);
+    EXPECT_NE(std::string::npos, f.err.find("order 5000;")) << f.err;
+    EXPECT_FALSE(fileExists(dir.path("out.wav")));
+}
+
 TEST(TolvDesign, RefusalsShowTheLibrarysMessage)
 {
     const struct {
