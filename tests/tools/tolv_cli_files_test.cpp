@@ -128,6 +128,19 @@ TEST(TolvFilter, FailuresLeaveNothingBehind)
         {{"filter", dir.path("in.flac"), dir.path("out.flac"),
           "fpass=0.5, order=2", "--encoding", "float"},
          "cannot hold --encoding float"},
+        /* order 203 at 16 kHz: +113 dB at DC in the float cascade */
+        {{"filter", dir.path("in.wav"), dir.path("out.wav"),
+          "type=lowpass, fpass=333, fstop=350, Ap=1, As=80"},
+         "the filter misses its pass band: its gain there runs from"},
+        {{"filter", dir.path("in.wav"), dir.path("out.wav"),
+          "fpass=0.1, numerator=[1 0]; denominator=[1 -1.5]"},
+         "the filter is unstable"},
+        {{"filter", dir.path("in.wav"), dir.path("out.wav"),
+          "fpass=8000, order=4"},
+         "the pass edge at 8000 Hz is at or above half the sampling rate"},
+        {{"filter", dir.path("in.wav"), dir.path("out.wav"),
+          "type=bp, fpass1=1000, fpass2=2000, fstop2=9000, order=4"},
+         "the stop edge at 9000 Hz is at or above half"},
         {{"resample", dir.path("in.wav"), dir.path("out.wav"), "--rate",
           "12345", "--type", "zoh"},
          "Unsuported sample rate convertion: 16000 to 12345"},
@@ -144,6 +157,10 @@ TEST(TolvFilter, FailuresLeaveNothingBehind)
         EXPECT_EQ(before, dir.entries()) << row.message;
     }
     EXPECT_EQ(original, bytesOf(dir.path("in.wav")));
+    Outcome forced =
+        runTolv({"filter", dir.path("in.wav"), dir.path("out.wav"),
+                 "type=lowpass, fpass=333, fstop=350, Ap=1, As=80", "--force"});
+    EXPECT_EQ(0, forced.status) << forced.err;
 }
 
 /* True once process `pid` holds an open file in `dir` that has no name

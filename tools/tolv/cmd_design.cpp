@@ -170,6 +170,7 @@ int runDesign(const Arguments &argv)
     if (spec.channels < 1)
         throw Failure("the text asks for " + std::to_string(spec.channels) +
                       " channels");
+    checkEdgesBelowNyquist(spec);
     TOLV_DestroyFilter(createFilterOrFail(text));
 
     Response r = measureResponse(text, spec.channels);

@@ -1,6 +1,7 @@
 /*
  * tolv filter: runs a filter of a text over a file, all channels at once
- * through the filter's interleaved form.
+ * through the filter's interleaved form, once its measured response shows
+ * that it is stable and keeps its pass band (unless --force).
  */
 #include <cstdio>
 
@@ -8,12 +9,13 @@
 #include "cli.h"
 #include "commands.h"
 #include "filtertext.h"
+#include "response.h"
 
 namespace cli {
 
 int runFilter(const Arguments &argv)
 {
-    Args args(argv, {{"--encoding"}, {}});
+    Args args(argv, {{"--encoding"}, {"--force"}});
     if (args.positional().size() != 3)
         throw UsageError("needs IN, OUT and a filter text");
     const std::string &in = args.positional()[0], &out = args.positional()[1];
@@ -38,11 +40,15 @@ int runFilter(const Arguments &argv)
         throw Failure(format("the text asks for %d channels but %s has %d",
                              spec.channels, in.c_str(), reader.channels()));
 
+    const FilterText full = readFilterText(text);
+    checkEdgesBelowNyquist(full);
     _TOLV_FILTER *filter = createFilterOrFail(text);
     struct Guard {
         _TOLV_FILTER *f;
         ~Guard() { TOLV_DestroyFilter(f); }
     } guard{filter};
+    if (!args.has("--force"))
+        checkRunnable(text, full);
 
     const int channels = reader.channels();
     const int64_t block = 8192;

@@ -49,6 +49,10 @@ std::vector<Band> stopBands(const FilterText &f);
 
 const char *typeName(int code);
 
+/* Throws a failure when a design text with a sampling rate puts an edge at
+ * or above half that rate. */
+void checkEdgesBelowNyquist(const FilterText &f);
+
 /* Creates the filter of a text; the text is passed as data, never as a
  * format. Null when the library refuses it. */
 _TOLV_FILTER *createFilter(const std::string &text);

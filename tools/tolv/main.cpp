@@ -39,13 +39,16 @@ const Command kCommands[] = {
      "    fpass2=3400, fstop1=200, fstop2=4000, Ap=1, As=60' --fs 16000\n",
      runDesign},
     {"filter", "filter a file with a designed or explicit filter",
-     "usage: tolv filter IN OUT SPEC [--encoding ENC]\n"
+     "usage: tolv filter IN OUT SPEC [--encoding ENC] [--force]\n"
      "\n"
      "Filters IN into OUT with the filter of the text SPEC. The sampling\n"
      "rate (fs) and the channel count come from IN unless SPEC gives them.\n"
+     "The filter is measured first: an unstable one, or one whose pass\n"
+     "band strays beyond Ap by more than 0.5 dB, is refused.\n"
      "\n"
      "  --encoding ENC   pcm16, pcm24, pcm32, float or double (default: as "
      "IN)\n"
+     "  --force          run the filter even when the measurement refuses it\n"
      "\n"
      "example:\n"
      "  tolv filter speech.wav low.wav 'type=lowpass, fpass=3000, order=6'\n",

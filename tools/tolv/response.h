@@ -33,6 +33,13 @@ struct Response {
 /* Runs an impulse through a new filter of the text and measures it. */
 Response measureResponse(const std::string &text, int channels);
 
+/* Throws a failure, naming what to change, when the pass bands of a design
+ * text stray beyond Ap (or above 0 dB) by more than a small margin. */
+void checkPassBand(const Response &r, const FilterText &f);
+/* Measures the filter of the text and throws, as above, when it is
+ * unstable or misses its pass band. */
+void checkRunnable(const std::string &text, const FilterText &f);
+
 } // namespace cli
 
 #endif
