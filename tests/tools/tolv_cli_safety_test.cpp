@@ -517,3 +517,75 @@ TEST(TolvProgress, ShowsTheTimeLeftOnATerminal)
 }
 
 } // namespace
+
+/* Results that would be silently wrong carry a word: non-finite samples
+ * with their count and first frame (and NaN counted among the clipped),
+ * the polarity of a delayed copy, a file shorter than one analysis frame. */
+TEST(TolvResults, NeverSilentlyWrong)
+{
+    ScratchDir dir;
+    std::vector<float> tone = makeSignal(8000, 8000, {{{0.5, 440}}});
+    std::vector<float> bad = tone;
+    bad[1200] = NAN;
+    bad[3000] = INFINITY;
+    writeAudio(dir.path("bad.wav"), bad, 1, 8000, kFloatWav);
+    writeAudio(dir.path("tone.wav"), tone, 1, 8000);
+    /* Noise, so that the whitened correlation has one peak. */
+    const std::vector<float> noisy =
+        makeSignal(8000, 8000, {{{0.2, 440}}}, 0.5f);
+    std::vector<float> flipped(noisy.size(), 0.0f);
+    for (size_t i = 0; i + 37 < noisy.size(); i++)
+        flipped[i + 37] = -noisy[i];
+    writeAudio(dir.path("noisy.wav"), noisy, 1, 8000);
+    writeAudio(dir.path("flipped.wav"), flipped, 1, 8000);
+    writeAudio(dir.path("short.wav"), makeSignal(500, 8000, {{{0.5, 440}}}), 1,
+               8000);
+    const std::string nonFinite =
+        "holds 2 non-finite samples (NaN or infinity), the first at frame 1200";
+    const struct {
+        std::vector<std::string> args;
+        int status;
+        std::string said;
+    } rows[] = {
+        {{"filter", dir.path("bad.wav"), dir.path("f.wav"),
+          "fpass=0.2, order=2", "--encoding", "pcm16"},
+         0,
+         nonFinite},
+        {{"filter", dir.path("bad.wav"), dir.path("f.wav"),
+          "fpass=0.2, order=2", "--encoding", "pcm16"},
+         0,
+         "samples beyond full scale were clipped"},
+        {{"resample", dir.path("bad.wav"), dir.path("r.wav"), "--rate",
+          "16000"},
+         0,
+         nonFinite},
+        {{"stretch", dir.path("bad.wav"), dir.path("s.wav"), "--speed", "0.8"},
+         0,
+         nonFinite},
+        {{"spectrum", dir.path("bad.wav")}, 0, nonFinite},
+        {{"delay", dir.path("tone.wav"), dir.path("bad.wav")},
+         1,
+         "holds non-finite samples in the span searched"},
+        {{"delay", dir.path("noisy.wav"), dir.path("flipped.wav")},
+         0,
+         "37 samples (4.625 ms), correlation coefficient -0."},
+        {{"delay", dir.path("noisy.wav"), dir.path("flipped.wav")},
+         0,
+         "(inverted: B is A upside down)\nPHAT method: 37 samples"},
+        {{"delay", dir.path("tone.wav"), dir.path("tone.wav")},
+         0,
+         "correlation coefficient +1.0000\n"},
+        {{"spectrum", dir.path("short.wav")},
+         0,
+         "has 500 frames, fewer than one analysis frame of 2048"},
+    };
+    for (const auto &row : rows) {
+        Outcome r = runTolv(row.args);
+        EXPECT_EQ(row.status, r.status) << row.args[0] << r.err;
+        EXPECT_NE(std::string::npos, (r.out + r.err).find(row.said))
+            << row.said << "\n"
+            << r.out << r.err;
+    }
+    Outcome clean = runTolv({"spectrum", dir.path("tone.wav")});
+    EXPECT_EQ(std::string::npos, clean.err.find("warning")) << clean.err;
+}

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <algorithm>
+#include <cmath>
 #include <fcntl.h>
 #include <mutex>
 #include <strings.h>
@@ -303,6 +304,8 @@ AudioReader::AudioReader(const std::string &path) : path_(path)
 
 AudioReader::~AudioReader()
 {
+    if (!ended_)
+        warnNonFinite("the part read of ");
     if (file_)
         sf_close(file_);
 }
@@ -312,6 +315,7 @@ void AudioReader::noteEnd()
     if (ended_)
         return;
     ended_ = true;
+    warnNonFinite("");
     const int64_t declared = known_ ? std::max(declared_, info_.frames) : 0;
     if (known_ && read_ < declared)
         std::fprintf(stderr,
@@ -325,10 +329,31 @@ int64_t AudioReader::read(float *interleaved, int64_t frames)
     sf_count_t got = sf_readf_float(file_, interleaved, frames);
     if (got < 0 || (got < frames && sf_error(file_) != SF_ERR_NO_ERROR))
         throw Failure("error reading " + path_ + ": " + sf_strerror(file_));
+    countNonFinite(interleaved, got);
     read_ += got;
     if (got == 0)
         noteEnd();
     return got;
+}
+
+void AudioReader::countNonFinite(const float *interleaved, int64_t frames)
+{
+    const int64_t C = channels();
+    for (int64_t i = 0; i < frames * C; i++)
+        if (!std::isfinite(interleaved[i]) && nonFinite_++ == 0)
+            firstNonFinite_ = read_ + i / C;
+}
+
+void AudioReader::warnNonFinite(const char *part) const
+{
+    if (nonFinite_ == 0)
+        return;
+    std::fprintf(stderr,
+                 "tolv: warning: %s%s holds %lld non-finite sample%s (NaN or "
+                 "infinity), the first at frame %lld; results that depend on "
+                 "them are not meaningful\n",
+                 part, path_.c_str(), (long long)nonFinite_,
+                 nonFinite_ == 1 ? "" : "s", (long long)firstNonFinite_);
 }
 
 std::vector<float> AudioReader::readMono(int64_t frames)
@@ -483,7 +508,8 @@ void AudioWriter::write(const float *interleaved, int64_t frames)
 {
     if (integer_)
         for (int64_t i = 0; i < frames * channels_; i++)
-            if (interleaved[i] > 1.0f || interleaved[i] < -1.0f)
+            // NaN counts too: an integer encoding has no code for it.
+            if (!(interleaved[i] <= 1.0f && interleaved[i] >= -1.0f))
                 clipped_++;
     if (sf_writef_float(file_, interleaved, frames) != frames)
         throw Failure("error writing " + path_ + ": " + sf_strerror(file_));

@@ -45,12 +45,17 @@ class AudioReader {
     std::vector<float> readMono(int64_t frames);
 
   private:
+    /* Warns, at the end of the stream (or when the reader is dropped before
+     * it), of NaN and infinite samples, with their count and first frame. */
     void noteEnd();
+    void countNonFinite(const float *interleaved, int64_t frames);
+    void warnNonFinite(const char *part) const;
     std::string path_;
     SF_INFO info_{};
     SNDFILE *file_ = nullptr;
     bool known_ = true, ended_ = false;
     int64_t read_ = 0, declared_ = 0;
+    int64_t nonFinite_ = 0, firstNonFinite_ = -1;
 };
 
 /* One output's bytes on their way to their name. A regular file (or a new

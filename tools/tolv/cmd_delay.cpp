@@ -25,12 +25,13 @@ double energy(const std::vector<float> &x)
     return sum;
 }
 
-/* Lag of the highest value of a correlation whose lag 0 stands at `zero`. */
+/* Lag of the largest magnitude of a correlation whose lag 0 stands at
+ * `zero`: an inverted copy peaks downwards. */
 long peakLag(const std::vector<float> &r, long zero)
 {
     size_t best = 0;
     for (size_t i = 1; i < r.size(); i++)
-        if (r[i] > r[best])
+        if (std::fabs(r[i]) > std::fabs(r[best]))
             best = i;
     return long(best) - zero;
 }
@@ -64,11 +65,30 @@ void checkDelayMemory(const AudioReader &a, const AudioReader &b, int64_t limit,
                          (long long)(fits / (2 * int64_t(a.rate())))));
 }
 
+/* The sign of the correlation at the lag found, where A runs `lag`
+ * samples behind B: the coefficient's magnitude is the same for a copy and
+ * an inverted copy. */
+double polarity(const std::vector<float> &a, const std::vector<float> &b,
+                long lag)
+{
+    double dot = 0.0;
+    for (size_t n = 0; n < b.size(); n++) {
+        const long m = long(n) + lag;
+        if (m >= 0 && m < long(a.size()))
+            dot += double(a[size_t(m)]) * b[n];
+    }
+    return dot;
+}
+
 /* Refuses a silent span, naming what was searched. */
 void checkNotSilent(const std::vector<float> &x, const AudioReader &r,
                     int64_t limit)
 {
-    if (energy(x) > 0.0)
+    const double e = energy(x);
+    if (std::isnan(e) || std::isinf(e))
+        throw Failure(r.path() + " holds non-finite samples in the span "
+                                 "searched; nothing can be aligned");
+    if (e > 0.0)
         return;
     if (r.frames() >= 0 && r.frames() <= limit)
         throw Failure(r.path() + " is silent; there is nothing to align");
@@ -116,9 +136,12 @@ int runDelay(const Arguments &argv)
     std::printf("delay of %s against %s, over %.3f s at %d Hz:\n",
                 rb.path().c_str(), ra.path().c_str(),
                 double(std::max(a.size(), b.size())) / rate, rate);
+    const bool inverted = polarity(a, b, lag) < 0.0;
     std::printf("coefficient method: %ld samples (%.3f ms), correlation "
-                "coefficient %.4f\n",
-                -long(lag), ms(-long(lag)), coefficient);
+                "coefficient %+.4f%s\n",
+                -long(lag), ms(-long(lag)),
+                inverted ? -coefficient : coefficient,
+                inverted ? " (inverted: B is A upside down)" : "");
     std::printf("PHAT method: %ld samples (%.3f ms)\n", phatDelay,
                 ms(phatDelay));
     return 0;

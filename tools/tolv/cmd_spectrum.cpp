@@ -257,6 +257,13 @@ void analyseFile(AudioReader &reader, Analyser &a, long hop)
     }
     progress.finish();
     if (a.analysed == 0) {
+        const int64_t have = reader.framesRead();
+        std::fprintf(stderr,
+                     "tolv spectrum: warning: %s has %lld frames, fewer than "
+                     "one analysis frame of %d; it is analysed padded with "
+                     "silence, so its levels read low; use a smaller "
+                     "--size\n",
+                     reader.path().c_str(), (long long)have, a.N);
         history.resize(size_t(a.N) * channels, 0.0f);
         a.analyse(history.data());
     }
