@@ -115,7 +115,7 @@ TEST(TolvFilter, FailuresLeaveNothingBehind)
          "cannot read"},
         {{"filter", dir.path("in.wav"), dir.path("out.wav"),
           "type=bogus, fpass=0.5, order=2"},
-         "Invalid filter type: bogus"},
+         "unknown filter type \"bogus\""},
         {{"filter", dir.path("in.wav"), dir.path("out.wav"),
           "fpass=0.5, order=2, nc=1"},
          "the text asks for 1 channels but"},

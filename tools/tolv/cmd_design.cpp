@@ -57,10 +57,11 @@ std::string formName(const FilterText &f)
 
 namespace {
 
-/* The text with --fs in front (the first occurrence of a key wins). */
+/* The text in the library's spelling, with --fs in front (the first
+ * occurrence of a key wins). */
 std::string designText(const Args &args)
 {
-    std::string text = args.positional()[0];
+    std::string text = normalizeFilterText(args.positional()[0]);
     if (args.has("--fs")) {
         long fs = parseInteger(args.get("--fs", ""), "--fs");
         if (fs <= 0)

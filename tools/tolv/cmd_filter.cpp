@@ -19,7 +19,7 @@ int runFilter(const Arguments &argv)
     if (args.positional().size() != 3)
         throw UsageError("needs IN, OUT and a filter text");
     const std::string &in = args.positional()[0], &out = args.positional()[1];
-    std::string text = args.positional()[2];
+    std::string text = normalizeFilterText(args.positional()[2]);
 
     AudioReader reader(in);
     checkOutputs({in}, {out});

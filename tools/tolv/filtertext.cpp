@@ -1,6 +1,7 @@
 #include "filtertext.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 
 #include "cli.h"
@@ -43,7 +44,55 @@ int typeCodeOf(const std::string &type)
             return t.code;
     return -1;
 }
+const char *const kValidTypes = "lowpass (lp), highpass (hp), bandpass (bp), "
+                                "bandreject (br, bandstop, bs)";
+const char *const kValidApproximations =
+    "butterworth (butter, bt), chebyshev (chebyshev1, cheby, cheby1, cb), "
+    "invchebyshev (chebyshev2, invcheby, cheby2, ci), elliptic (ellip, cauer, "
+    "ca)";
+
+std::string lowered(std::string word)
+{
+    for (char &c : word)
+        c = char(std::tolower(static_cast<unsigned char>(c)));
+    return word;
+}
+
+/* What a design text says that the library would misread or answer with
+ * a message that does not name the real mistake. */
+void checkDesignWords(const FilterText &f)
+{
+    for (const char *key : {"type", "approximation", "fpass", "order", "As"})
+        if (word(f.text, key, "").find('=') != std::string::npos)
+            throw Failure(format("the items of a filter text are separated "
+                                 "by commas: \"%s\" reads as one item "
+                                 "(write \"type=lowpass, fpass=1000, "
+                                 "order=4\")",
+                                 word(f.text, key, "").c_str()));
+    if (f.typeCode < 0)
+        throw Failure("unknown filter type \"" + word(f.text, "type", "") +
+                      "\"; the types are " + kValidTypes);
+    const bool stopEdge = f.s1 > 0 || f.s2 > 0;
+    if (f.order <= 0 && f.As > 0 && !stopEdge)
+        throw Failure("As sets the order only together with a stop edge: add "
+                      "fstop (fstop1 or fstop2 for a band), or give order");
+}
 } // namespace
+
+std::string normalizeFilterText(const std::string &text)
+{
+    std::string front;
+    const std::string type = word(text, "type", "lowpass");
+    if (lowered(type) != type)
+        front += "type=" + lowered(type) + ", ";
+    const std::string approximation = word(text, "approximation", "butter");
+    std::string fixed = lowered(approximation);
+    if (fixed == "elliptic")
+        fixed = "ellip";
+    if (fixed != approximation)
+        front += "approximation=" + fixed + ", ";
+    return front + text;
+}
 
 FilterText readFilterText(const std::string &text)
 {
@@ -80,6 +129,7 @@ FilterText readFilterText(const std::string &text)
     f.form = FilterText::Design;
     f.typeCode = typeCodeOf(word(text, "type", "lowpass"));
     f.approximation = word(text, "approximation", "butterworth");
+    f.order = int(real(text, "order", -1.0f));
     f.Ap = real(text, "Ap", 3.0f);
     f.As = real(text, "As", -1.0f);
     float fpass = real(text, "fpass", -1.0f),
@@ -171,8 +221,10 @@ namespace cli {
 
 void checkDesignedOrder(const std::string &text)
 {
-    if (readFilterText(text).form != FilterText::Design)
+    const FilterText f = readFilterText(text);
+    if (f.form != FilterText::Design)
         return;
+    checkDesignWords(f);
     takeLibraryErrors();
     const long long order = _DescribedOrder(text.c_str());
     takeLibraryErrors();
@@ -191,6 +243,8 @@ _TOLV_FILTER *createFilterOrFail(const std::string &text)
     if (filter)
         return filter;
     std::string why = takeLibraryErrors();
+    if (why.find("Invalid approximation") != std::string::npos)
+        why += std::string("; the approximations are ") + kValidApproximations;
     throw Failure(why.empty() ? "the library refused the text: an edge is 0 or "
                                 "the edges are out of order, or the order came "
                                 "out as 0"

@@ -26,12 +26,18 @@ struct FilterText {
     int typeCode = 0;
     std::string approximation;
     double p1 = -1, p2 = -1, s1 = -1, s2 = -1, Ap = 3, As = -1;
+    int order = -1; /* "order", -1 when absent */
 
     /* Explicit texts: the rows (five per section) or the two vectors. */
     std::vector<double> biquads, numerator, denominator;
 };
 
 FilterText readFilterText(const std::string &text);
+
+/* The text with its type and approximation words in the library's own
+ * spelling: any case is taken, and "elliptic" for "ellip". The corrected
+ * words go in front, where the first occurrence of a key wins. */
+std::string normalizeFilterText(const std::string &text);
 
 /* Order of an explicit text: the sum of the sections' own orders, or the
  * longer vector's length minus one. */
