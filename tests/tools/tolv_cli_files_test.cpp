@@ -252,7 +252,9 @@ TEST(TolvResample, LengthRateAndSamplesMatchTheLibrary)
             std::vector<float> x(static_cast<size_t>(row.frames));
             for (int64_t f = 0; f < row.frames; f++)
                 x[size_t(f)] = in[size_t(f * row.channels + c)];
-            std::string config = std::string("type=") + row.type;
+            /* The command's default quality is the order 128. */
+            std::string config = std::string("type=") + row.type +
+                                 (row.type[0] == 'p' ? ", order=128" : "");
             _TOLV_RESAMPLE *conv =
                 TOLV_ResampleInit(row.from, row.to, config.c_str());
             std::vector<float> y(
@@ -273,6 +275,48 @@ TEST(TolvResample, LengthRateAndSamplesMatchTheLibrary)
     }
 }
 
+/* Each preset is its order, bit for bit, and the verbose report gives the
+ * fixed fraction of a frame that whole-frame delay compensation leaves. */
+TEST(TolvResample, QualityPresetsAreOrders)
+{
+    ScratchDir dir;
+    writeAudio(dir.path("in.wav"),
+               makeSignal(3000, 44100, {{{0.5, 1000.0}}}, 0.01f), 1, 44100,
+               kFloatWav);
+    const struct {
+        const char *quality, *order, *shift;
+    } rows[] = {{"low", "16", "+0.415"},
+                {"medium", "64", "-0.340"},
+                {"high", "128", "+0.320"},
+                {"very-high", "256", "-0.361"}};
+    for (const auto &row : rows) {
+        auto run = [&](const char *option, const char *value,
+                       const char *name) {
+            return runTolv({"resample", dir.path("in.wav"), dir.path(name),
+                            "--rate", "48000", option, value, "--verbose"});
+        };
+        Outcome preset = run("--quality", row.quality, "q.wav");
+        Outcome order = run("--order", row.order, "o.wav");
+        ASSERT_EQ(0, preset.status) << preset.err;
+        EXPECT_TRUE(readAudio(dir.path("q.wav")).samples ==
+                    readAudio(dir.path("o.wav")).samples)
+            << row.quality;
+        EXPECT_NE(std::string::npos,
+                  preset.err.find(std::string("order ") + row.order + ":"))
+            << preset.err;
+        EXPECT_NE(std::string::npos,
+                  preset.err.find(std::string("shifted by ") + row.shift))
+            << preset.err;
+    }
+    Outcome library =
+        runTolv({"resample", dir.path("in.wav"), dir.path("l.wav"), "--rate",
+                 "48000", "--order", "30", "--verbose"});
+    EXPECT_NE(std::string::npos,
+              library.err.find("33 compensated: the output is shifted by "
+                               "-0.347 output frames"))
+        << library.err;
+}
+
 TEST(TolvResample, ArgumentsAreChecked)
 {
     ScratchDir dir;
@@ -284,6 +328,9 @@ TEST(TolvResample, ArgumentsAreChecked)
         {"--rate", "8000", "--type", "sinc"},
         {"--rate", "16000", "--type", "zoh", "--order", "8"},
         {"--rate", "16000", "--order", "0"},
+        {"--rate", "16000", "--quality", "best"},
+        {"--rate", "16000", "--quality", "low", "--order", "8"},
+        {"--rate", "16000", "--type", "zoh", "--quality", "low"},
         {},
     };
     for (const auto &extra : rows) {

@@ -54,8 +54,9 @@ const Command kCommands[] = {
      "  tolv filter speech.wav low.wav 'type=lowpass, fpass=3000, order=6'\n",
      runFilter},
     {"resample", "convert the sampling rate",
-     "usage: tolv resample IN OUT --rate R [--type polyphase|zoh] [--order N]\n"
-     "                     [--encoding ENC]\n"
+     "usage: tolv resample IN OUT --rate R [--type polyphase|zoh]\n"
+     "                     [--quality Q | --order N] [--encoding ENC]\n"
+     "                     [--verbose]\n"
      "\n"
      "Converts IN to the rate R, block by block, and drains the converter at\n"
      "the end; OUT has round(frames * R / rate of IN) frames.\n"
@@ -64,8 +65,11 @@ const Command kCommands[] = {
      "  --type T         polyphase (default; any pair of rates) or zoh (pairs\n"
      "                   of 8000, 11025, 16000, 22050, 32000, 44100, 48000,\n"
      "                   96000 Hz)\n"
+     "  --quality Q      low, medium, high (default) or very-high: the\n"
+     "                   polyphase orders 16, 64, 128 and 256\n"
      "  --order N        polyphase half-length in units of the rate ratio\n"
-     "                   (default 30)\n"
+     "  --verbose        print the converter's figures and the fixed shift\n"
+     "                   (a fraction of an output frame) it leaves\n"
      "  --encoding ENC   pcm16, pcm24, pcm32, float or double (default: as "
      "IN)\n"
      "\n"
