@@ -5,7 +5,7 @@
 # format, docs.
 set -e
 groups="${*:-build}"
-pkgs="cmake g++ make pkg-config libgtest-dev libbenchmark-dev libfftw3-dev libkissfft-dev libwebrtc-audio-processing-dev libsndfile1-dev"
+pkgs="cmake g++ make pkg-config libgtest-dev libbenchmark-dev libfftw3-dev libkissfft-dev libwebrtc-audio-processing-dev libsndfile1-dev pybind11-dev python3-dev python3-numpy python3-scipy python3-pytest"
 for g in $groups; do
     case "$g" in
     build) ;;

@@ -11,6 +11,7 @@
 #include "audio.h"
 #include "cli.h"
 #include "commands.h"
+#include "resample_quality.h"
 #include "tolv.h"
 
 namespace cli {
@@ -32,23 +33,12 @@ struct Converters {
 
 namespace {
 
-/* Quality presets: orders of the polyphase prototype. The library's own
- * default order (30) leaves aliases of the top octave near -30 dB; "high"
- * is the default for music. */
-struct Preset {
-    const char *name;
-    long order;
-};
-constexpr Preset kPresets[] = {
-    {"low", 16}, {"medium", 64}, {"high", 128}, {"very-high", 256}};
-constexpr const char *kDefaultQuality = "high";
-
 long presetOrder(const std::string &name)
 {
-    for (const Preset &p : kPresets)
-        if (name == p.name)
-            return p.order;
-    throw UsageError("--quality must be low, medium, high or very-high");
+    const long order = _QualityOrder(name.c_str());
+    if (order == 0)
+        throw UsageError("--quality must be low, medium, high or very-high");
+    return order;
 }
 
 struct ResampleOptions {
@@ -66,7 +56,7 @@ long parseOrder(const Args &args, const std::string &type)
         throw UsageError("--quality and --order apply to the polyphase type "
                          "only");
     if (!args.has("--order"))
-        return presetOrder(args.get("--quality", kDefaultQuality));
+        return presetOrder(args.get("--quality", _kDefaultQuality));
     const long order = parseInteger(args.get("--order", ""), "--order");
     if (order < 1 || order > 1000)
         throw UsageError("--order must be between 1 and 1000");
