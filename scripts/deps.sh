@@ -2,7 +2,7 @@
 # Installs the Debian packages a target needs, only when one is missing, so
 # repeated runs stay fast. Needs root (or sudo) the first time on a fresh
 # machine. Usage: deps.sh [group ...], groups: build (default), bench, fuzz,
-# format, docs.
+# format, docs, demo, browser.
 set -e
 groups="${*:-build}"
 pkgs="cmake g++ make pkg-config libgtest-dev libbenchmark-dev libfftw3-dev libkissfft-dev libwebrtc-audio-processing-dev libsndfile1-dev"
@@ -17,6 +17,10 @@ for g in $groups; do
     format) pkgs="$pkgs clang-format-14" ;;
     # The HTML reference of the public header.
     docs) pkgs="$pkgs doxygen" ;;
+    # The pictures of the demo page (gnuplot with its PNG terminals).
+    demo) pkgs="$pkgs gnuplot-nox" ;;
+    # The demo page rendered and checked in a headless browser.
+    browser) pkgs="$pkgs chromium python3" ;;
     *) echo "deps.sh: unknown group $g" >&2; exit 2 ;;
     esac
 done
@@ -29,4 +33,5 @@ echo "installing:$missing"
 SUDO=""
 [ "$(id -u)" -ne 0 ] && SUDO="sudo"
 $SUDO apt-get update -q
-DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -q $missing
+# Another installer may hold the package lock for a while: wait for it.
+DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -o DPkg::Lock::Timeout=600 -y -q $missing

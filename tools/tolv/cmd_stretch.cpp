@@ -21,6 +21,7 @@ struct Channel {
     _TOLV_SOLAFS *engine = nullptr;
     std::vector<float> pending; /* input offered but not yet taken */
     std::vector<float> ready;   /* output not yet written */
+    int64_t made = 0;           /* output frames given so far */
 };
 
 /* Offers a channel's pending input and collects whatever output that
@@ -38,6 +39,7 @@ void pump(Channel &ch, float speed, std::vector<float> &scratch)
                                          int(scratch.size()));
         ch.ready.insert(ch.ready.end(), scratch.begin(),
                         scratch.begin() + made);
+        ch.made += made;
         if (taken == 0 && made == 0)
             return;
     }
@@ -94,15 +96,46 @@ void checkStretchRate(int rate, int channels, long frameMs)
         refuseFrameMs(rate);
 }
 
+/* Where each output block came from: the engine translates an output
+ * position back to the source only within what its input covers, so each
+ * block start is asked once the block is out. */
+struct CursorLog {
+    bool on;
+    int64_t step, next = 0;
+    std::vector<std::pair<int64_t, int64_t>> rows; /* output, source */
+    CursorLog(bool on, int64_t frame) : on(on), step(frame / 2) {}
+    void note(_TOLV_SOLAFS *engine, int64_t made)
+    {
+        for (; on && next < made; next += step)
+            rows.emplace_back(next,
+                              TOLV_SolafsTranslateCursorPosition(engine, next));
+    }
+};
+
+struct CursorTable {
+    const CursorLog &log;
+    int64_t frames; /* the output's length: later blocks were cut */
+};
+
+void printCursor(FILE *f, const void *context)
+{
+    const CursorTable &t = *static_cast<const CursorTable *>(context);
+    std::fprintf(f, "output_frame,source_frame\n");
+    for (const auto &row : t.log.rows)
+        if (row.first < t.frames)
+            std::fprintf(f, "%lld,%lld\n", (long long)row.first,
+                         (long long)row.second);
+}
+
 struct StretchOptions {
-    std::string in, out, encoding;
+    std::string in, out, encoding, cursor;
     double speed = 1.0;
     long frameMs = 20;
 };
 
 StretchOptions parseStretch(const Arguments &argv)
 {
-    Args args(argv, {{"--speed", "--frame-ms", "--encoding"}, {}});
+    Args args(argv, {{"--speed", "--frame-ms", "--encoding", "--cursor"}, {}});
     if (args.positional().size() != 2)
         throw UsageError("needs IN and OUT");
     if (!args.has("--speed"))
@@ -111,6 +144,7 @@ StretchOptions parseStretch(const Arguments &argv)
     o.in = args.positional()[0];
     o.out = args.positional()[1];
     o.encoding = args.get("--encoding", "");
+    o.cursor = args.get("--cursor", "");
     o.speed = parseReal(args.get("--speed", ""), "--speed");
     // Beyond a speed of 3 a synthesis step can read past the newest input;
     // below 1/100 every stretch of input repeats a hundred times and more,
@@ -128,11 +162,13 @@ struct Stretcher {
     std::vector<float> scratch, interleaved;
     float speed;
     int64_t expected = INT64_MAX;
+    CursorLog cursor;
     Stretcher(int channels, const StretchOptions &o, int rate, int64_t frame)
         : chans(size_t(channels)),
           // Output comes in whole blocks of half a frame, never more than
           // asked for once the capacity holds one block.
-          scratch(size_t(65536 + frame)), speed(float(o.speed))
+          scratch(size_t(65536 + frame)), speed(float(o.speed)),
+          cursor(!o.cursor.empty(), frame)
     {
         for (Channel &ch : chans)
             ch.engine = TOLV_SolafsCreate(int(o.frameMs), rate, 1);
@@ -154,6 +190,7 @@ struct Stretcher {
                                             : 0.0f);
             pump(ch, speed, scratch);
         }
+        cursor.note(chans[0].engine, chans[0].made);
     }
     /* Writes what every channel has ready, up to the expected length. */
     void drain(AudioWriter &writer)
@@ -182,7 +219,7 @@ int runStretch(const Arguments &argv)
 {
     const StretchOptions o = parseStretch(argv);
     AudioReader reader(o.in);
-    checkOutputs({o.in}, {o.out});
+    checkOutputs({o.in}, {o.out, o.cursor});
     checkAudioName(o.out);
     const int rate = reader.rate(), channels = reader.channels();
     checkStretchRate(rate, channels, o.frameMs);
@@ -215,6 +252,11 @@ int runStretch(const Arguments &argv)
     progress.finish();
     writer.commit();
     reportOutput(writer, st.expected);
+    if (!o.cursor.empty()) {
+        CursorTable table{st.cursor, writer.framesWritten()};
+        writeTextFile(o.cursor, printCursor, &table);
+        std::printf("cursor: %s\n", o.cursor.c_str());
+    }
     return 0;
 }
 
