@@ -6,6 +6,9 @@
 set -e
 groups="${*:-build}"
 pkgs="cmake g++ make pkg-config libgtest-dev libbenchmark-dev libfftw3-dev libkissfft-dev libwebrtc-audio-processing-dev libsndfile1-dev"
+# Installed without the packages they recommend (a desktop's worth for the
+# browser, which only runs headless here).
+lean=""
 for g in $groups; do
     case "$g" in
     build) ;;
@@ -20,18 +23,23 @@ for g in $groups; do
     # The pictures of the demo page (gnuplot with its PNG terminals).
     demo) pkgs="$pkgs gnuplot-nox" ;;
     # The demo page rendered and checked in a headless browser.
-    browser) pkgs="$pkgs chromium python3" ;;
+    browser) lean="$lean chromium fonts-liberation python3" ;;
     *) echo "deps.sh: unknown group $g" >&2; exit 2 ;;
     esac
 done
-missing=""
-for p in $pkgs; do
-    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
-done
-[ -z "$missing" ] && exit 0
-echo "installing:$missing"
+absent() {
+    for p in "$@"; do
+        dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || printf ' %s' "$p"
+    done
+}
+missing=$(absent $pkgs)
+missing_lean=$(absent $lean)
+[ -z "$missing$missing_lean" ] && exit 0
+echo "installing:$missing$missing_lean"
 SUDO=""
 [ "$(id -u)" -ne 0 ] && SUDO="sudo"
 $SUDO apt-get update -q
 # Another installer may hold the package lock for a while: wait for it.
-DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -o DPkg::Lock::Timeout=600 -y -q $missing
+install() { DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -o DPkg::Lock::Timeout=600 -y -q "$@"; }
+[ -z "$missing" ] || install $missing
+[ -z "$missing_lean" ] || install --no-install-recommends $missing_lean
