@@ -83,8 +83,9 @@ def wave_seconds(path):
     return size // align / rate
 
 
-def probe(page):
-    """The page's own results, from a copy with the probe beside it."""
+def probe(page, shot):
+    """The page's own results, from a copy with the probe beside it, and a
+    screenshot of it in the same run of the browser."""
     text = open(page, encoding="utf-8").read()
     if "</body>" not in text:
         sys.exit("demo check: the page has no </body>")
@@ -93,6 +94,7 @@ def probe(page):
         with os.fdopen(fd, "w", encoding="utf-8") as f:
             f.write(text.replace("</body>", PROBE + "</body>"))
         dom = chromium("--virtual-time-budget=20000", "--dump-dom",
+                       "--screenshot=" + shot, "--window-size=1200,2000",
                        "file://" + copy)
     finally:
         os.unlink(copy)
@@ -158,10 +160,9 @@ def png_pixels(path):
     return rows, bpp
 
 
-def screenshot_problem(page):
-    shot = os.path.join(os.path.dirname(page), "check-screenshot.png")
-    chromium("--screenshot=" + shot, "--window-size=1200,2000",
-             "--virtual-time-budget=5000", "file://" + page)
+def screenshot_problem(shot):
+    if not os.path.exists(shot):
+        return "the browser took no screenshot"
     rows, bpp = png_pixels(shot)
     counts = {}
     for row in rows:
@@ -180,14 +181,17 @@ def main():
     if len(sys.argv) != 2:
         sys.exit("usage: demo_check.py PAGE.html")
     page = os.path.abspath(sys.argv[1])
-    result = probe(page)
+    shot = os.path.join(os.path.dirname(page), "check-screenshot.png")
+    if os.path.exists(shot):
+        os.unlink(shot)
+    result = probe(page, shot)
     bad = problems(page, result)
     for image in result["images"]:
         print("picture %-20s %5d px wide" % (image["src"], image["width"]))
     for player in result["audio"]:
         print("player  %-32s %.3f s" % (player["src"], player["duration"] or 0))
-    shot = screenshot_problem(page)
-    bad += [shot] if shot else []
+    blank = screenshot_problem(shot)
+    bad += [blank] if blank else []
     for line in bad:
         print("demo check: " + line, file=sys.stderr)
     if bad:
