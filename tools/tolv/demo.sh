@@ -45,7 +45,7 @@ delay.png index.html"
 
 # Only this run's own files are removed, so a mistyped OUT_DIR costs nothing.
 mkdir -p "$out"
-for f in $made bandpass.png figures.tsv facts.sh wave-in-1.csv wave-in-2.csv \
+for f in $made bandpass.png figures.tsv facts.sh check-screenshot.png wave-in-1.csv wave-in-2.csv \
     wave-in-3.csv wave-out-1.csv wave-out-2.csv wave-out-3.csv; do
     rm -f "$out/$f"
 done
