@@ -9,7 +9,7 @@ JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 PREFIX     ?= /usr/local
 CMAKE_ARGS ?=
 
-.PHONY: all deps build test test-asan test-tsan fuzz demo install bench docs clean format format-check fuzz-long
+.PHONY: all deps build test test-asan test-tsan fuzz demo demo-check install bench docs clean format format-check fuzz-long
 
 all: build
 
@@ -59,9 +59,17 @@ fuzz-long:
 	$(MAKE) fuzz FUZZ_SECONDS=600 FUZZ_KEEP=1
 
 # The main job on built-in material: test audio made on the spot, every tolv
-# subcommand run on it, and a report of the figures measured.
+# subcommand run on it, a report of the figures measured, and a page with
+# pictures and players of it all ($(BUILD)/demo/index.html).
 demo: build
+	@./scripts/deps.sh demo
 	sh tools/tolv/demo.sh $(BUILD) $(BUILD)/demo
+
+# The demo page loaded in headless Chromium: every picture drawn, every
+# player as long as its file, and a screenshot that shows something.
+demo-check: demo
+	@./scripts/deps.sh browser
+	python3 tools/tolv/demo_check.py $(BUILD)/demo/index.html
 
 install: build
 	cmake --install $(BUILD)

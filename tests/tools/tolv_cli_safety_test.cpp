@@ -104,6 +104,14 @@ TEST(TolvOutputs, NeverReplaceAnInput)
          "is an input file"},
         {{"stretch", "@/link.wav", "@/in.wav", "--speed", "2"},
          "is an input file"},
+        {{"stretch", "@/in.wav", "@/new.wav", "--speed", "2", "--cursor",
+          "@/./new.wav"},
+         "is named twice"},
+        {{"stretch", "@/in.wav", "@/new.wav", "--speed", "2", "--cursor",
+          "@/hard.wav"},
+         "is an input file"},
+        {{"delay", "@/in.wav", "@/in.wav", "--csv", "@/link.wav"},
+         "is an input file"},
         {{"delay", "@/in.wav", "@/in.wav"}, ""},
     };
     for (const auto &row : rows) {

@@ -119,9 +119,27 @@ mode_t currentUmask()
 }
 } // namespace
 
+namespace {
+/* Where a file not made yet will be: its folder's identity and its last
+ * name, so that "o.csv" and "./o.csv" are seen as one. */
+std::string plannedName(const std::string &path)
+{
+    const size_t slash = path.rfind('/');
+    const std::string dir =
+        slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    struct stat st;
+    if (stat(dir.c_str(), &st) != 0)
+        return path;
+    return format("%llu:%llu/", (unsigned long long)st.st_dev,
+                  (unsigned long long)st.st_ino) +
+           path.substr(slash == std::string::npos ? 0 : slash + 1);
+}
+} // namespace
+
 void checkOutputs(const std::vector<std::string> &inputs,
                   const std::vector<std::string> &outputs)
 {
+    std::vector<std::string> planned;
     std::vector<struct stat> seen;
     for (const std::string &in : inputs) {
         struct stat st;
@@ -131,8 +149,17 @@ void checkOutputs(const std::vector<std::string> &inputs,
     const size_t inputCount = seen.size();
     for (const std::string &out : outputs) {
         struct stat st;
-        if (out.empty() || out == "-" || stat(out.c_str(), &st) != 0)
+        if (out.empty() || out == "-")
             continue;
+        if (stat(out.c_str(), &st) != 0) {
+            const std::string name = plannedName(out);
+            if (std::find(planned.begin(), planned.end(), name) !=
+                planned.end())
+                throw Failure("the output " + out +
+                              " is named twice; choose another name");
+            planned.push_back(name);
+            continue;
+        }
         refuseUnwritable(out, st);
         for (size_t i = 0; S_ISREG(st.st_mode) && i < seen.size(); i++)
             if (sameFile(st, seen[i]))

@@ -96,11 +96,55 @@ void checkNotSilent(const std::vector<float> &x, const AudioReader &r,
                          "silent; raise --max-seconds to search further",
                          double(x.size()) / r.rate(), r.path().c_str()));
 }
+/* Both correlations around lag zero, for a picture of the peak: every
+ * delay of B within `span` frames, the plain correlation divided by the
+ * root of both mean squares (the coefficient's own scaling, with its sign)
+ * and PHAT divided by its own highest value. */
+struct CorrelationTable {
+    const std::vector<float> &plain, &phat;
+    long zero, span;
+    double plainScale, phatScale;
+    int rate;
+};
+
+void printCorrelations(FILE *f, const void *context)
+{
+    const CorrelationTable &t = *static_cast<const CorrelationTable *>(context);
+    std::fprintf(f, "delay_frames,delay_ms,coefficient,phat\n");
+    const long size = long(t.plain.size());
+    for (long d = -t.span; d <= t.span; d++) {
+        const long i = t.zero - d; /* a delay of B is a negative lag */
+        if (i < 0 || i >= size)
+            continue;
+        std::fprintf(f, "%ld,%.4f,%.6f,%.6f\n", d, 1000.0 * double(d) / t.rate,
+                     t.plain[size_t(i)] * t.plainScale,
+                     t.phat[size_t(i)] * t.phatScale);
+    }
+}
+
+void writeCorrelations(const std::string &csv, _TOLV_XCORRPROC *proc,
+                       const std::vector<float> &a, const std::vector<float> &b,
+                       const std::vector<float> &phat, int rate)
+{
+    std::vector<float> plain(phat.size());
+    TOLV_XcorrProcExecute(proc, a.data(), b.data(), plain.data());
+    const double meanSquares =
+        energy(a) / double(a.size()) * (energy(b) / double(b.size()));
+    const float phatPeak = *std::max_element(phat.begin(), phat.end());
+    CorrelationTable table{plain,
+                           phat,
+                           long(std::max(a.size(), b.size())) - 1,
+                           std::lround(0.1 * rate),
+                           1.0 / std::sqrt(meanSquares),
+                           phatPeak > 0 ? 1.0 / phatPeak : 1.0,
+                           rate};
+    writeTextFile(csv, printCorrelations, &table);
+}
 } // namespace
 
 int runDelay(const Arguments &argv)
 {
-    Args args(argv, {{"--max-seconds"}, {}});
+    Args args(argv, {{"--max-seconds", "--csv"}, {}});
     if (args.positional().size() != 2)
         throw UsageError("needs two files, A and B");
     double seconds =
@@ -108,6 +152,8 @@ int runDelay(const Arguments &argv)
     if (!(seconds > 0) || seconds > 3600)
         throw UsageError("--max-seconds must be above 0 and at most 3600");
     AudioReader ra(args.positional()[0]), rb(args.positional()[1]);
+    const std::string csv = args.get("--csv", "");
+    checkOutputs({ra.path(), rb.path()}, {csv});
     if (ra.rate() != rb.rate())
         throw Failure(
             format("the files have different rates (%d Hz and %d Hz); "
@@ -129,6 +175,8 @@ int runDelay(const Arguments &argv)
     _TOLV_XCORRPROC *proc = TOLV_XcorrProcCreate(int(a.size()), int(b.size()));
     std::vector<float> phat(static_cast<size_t>(TOLV_XcorrVectorLength(proc)));
     TOLV_XcorrPhatProcess(proc, a.data(), b.data(), phat.data());
+    if (!csv.empty())
+        writeCorrelations(csv, proc, a, b, phat, rate);
     TOLV_XcorrProcDestroy(proc);
     const long longest = long(std::max(a.size(), b.size()));
     const long phatDelay = -peakLag(phat, longest - 1);
@@ -144,6 +192,8 @@ int runDelay(const Arguments &argv)
                 inverted ? " (inverted: B is A upside down)" : "");
     std::printf("PHAT method: %ld samples (%.3f ms)\n", phatDelay,
                 ms(phatDelay));
+    if (!csv.empty())
+        std::printf("csv: %s\n", csv.c_str());
     return 0;
 }
 

@@ -158,15 +158,63 @@ void plotResponse(const Args &args, const Response &r, int fs, float peak)
     std::printf("plot: %s\n", png.c_str());
 }
 
+/* The template a design text sets, relative to the peak: the passband
+ * between the peak and Ap below it, the stopbands at least As below it.
+ * Each row holds the response and, where a band covers its bin, the
+ * template's upper and lower level there (blank elsewhere). */
+struct ResponseTable {
+    const Response &r;
+    const FilterText &spec;
+    float peak;
+};
+
+bool inAny(const std::vector<Band> &bands, double fraction)
+{
+    for (const Band &b : bands)
+        if (fraction >= b.lo && fraction <= b.hi)
+            return true;
+    return false;
+}
+
+void printResponse(FILE *f, const void *context)
+{
+    const ResponseTable &t = *static_cast<const ResponseTable *>(context);
+    const int fs = t.spec.fs;
+    const std::vector<Band> pass = passBands(t.spec), stop = stopBands(t.spec);
+    std::fprintf(f,
+                 "%s,magnitude_db,phase_deg,template_upper_db,"
+                 "template_lower_db\n",
+                 fs > 0 ? "frequency_hz" : "frequency_x_nyquist");
+    for (size_t k = 0; k < t.r.db.size(); k++) {
+        const double x = t.r.fraction(k);
+        std::fprintf(f, "%.4f,%.3f,%.2f,", fs > 0 ? x * fs / 2.0 : x, t.r.db[k],
+                     t.r.phase[k] * 180.0 / M_PI);
+        if (inAny(pass, x))
+            std::fprintf(f, "%.3f,%.3f\n", t.peak, t.peak - t.spec.Ap);
+        else if (t.spec.As > 0 && inAny(stop, x))
+            std::fprintf(f, "%.3f,\n", t.peak - t.spec.As);
+        else
+            std::fprintf(f, ",\n");
+    }
+}
+
+void writeResponse(const std::string &csv, const Response &r,
+                   const FilterText &spec, float peak)
+{
+    ResponseTable table{r, spec, peak};
+    writeTextFile(csv, printResponse, &table);
+    std::printf("csv: %s\n", csv.c_str());
+}
+
 } // namespace
 
 int runDesign(const Arguments &argv)
 {
-    Args args(argv, {{"--fs", "--plot"}, {}});
+    Args args(argv, {{"--fs", "--plot", "--csv"}, {}});
     if (args.positional().size() != 1)
         throw UsageError("needs exactly one filter text");
     const std::string text = designText(args);
-    checkOutputs({}, {args.get("--plot", "")});
+    checkOutputs({}, {args.get("--plot", ""), args.get("--csv", "")});
     FilterText spec = readFilterText(text);
     if (spec.channels < 1)
         throw Failure("the text asks for " + std::to_string(spec.channels) +
@@ -178,6 +226,8 @@ int runDesign(const Arguments &argv)
     reportForm(spec, text);
     const float peak = reportGains(r, spec.fs);
     reportBands(r, spec, peak);
+    if (args.has("--csv"))
+        writeResponse(args.get("--csv", ""), r, spec, peak);
     if (args.has("--plot") && plotAvailable("the response"))
         plotResponse(args, r, spec.fs, peak);
     return 0;

@@ -71,15 +71,45 @@ void checkStretchRate(int rate, int channels, long frameMs)
         refuseFrameMs(rate);
 }
 
+/* Where each output block came from: the engine translates an output
+ * position back to the source only within what its input covers, so each
+ * block start is asked once the block is out. */
+struct CursorLog {
+    bool on;
+    int64_t step, next = 0;
+    std::vector<std::pair<int64_t, int64_t>> rows; /* output, source */
+    CursorLog(bool on, int64_t frame) : on(on), step(frame / 2) {}
+    void note(_TOLV_LINKED_STRETCH *engine, int64_t made)
+    {
+        for (; on && next < made; next += step)
+            rows.emplace_back(next, _LinkedStretchTranslate(engine, next));
+    }
+};
+
+struct CursorTable {
+    const CursorLog &log;
+    int64_t frames; /* the output's length: later blocks were cut */
+};
+
+void printCursor(FILE *f, const void *context)
+{
+    const CursorTable &t = *static_cast<const CursorTable *>(context);
+    std::fprintf(f, "output_frame,source_frame\n");
+    for (const auto &row : t.log.rows)
+        if (row.first < t.frames)
+            std::fprintf(f, "%lld,%lld\n", (long long)row.first,
+                         (long long)row.second);
+}
+
 struct StretchOptions {
-    std::string in, out, encoding;
+    std::string in, out, encoding, cursor;
     double speed = 1.0;
     long frameMs = 20;
 };
 
 StretchOptions parseStretch(const Arguments &argv)
 {
-    Args args(argv, {{"--speed", "--frame-ms", "--encoding"}, {}});
+    Args args(argv, {{"--speed", "--frame-ms", "--encoding", "--cursor"}, {}});
     if (args.positional().size() != 2)
         throw UsageError("needs IN and OUT");
     if (!args.has("--speed"))
@@ -88,6 +118,7 @@ StretchOptions parseStretch(const Arguments &argv)
     o.in = args.positional()[0];
     o.out = args.positional()[1];
     o.encoding = args.get("--encoding", "");
+    o.cursor = args.get("--cursor", "");
     o.speed = parseReal(args.get("--speed", ""), "--speed");
     // Beyond a speed of 3 a synthesis step can read past the newest input;
     // below 1/100 every stretch of input repeats a hundred times and more,
@@ -105,8 +136,10 @@ struct Stretcher {
     _TOLV_LINKED_STRETCH *engine;
     size_t channels;
     std::vector<float> pending, ready, scratch;
+    int64_t made = 0; /* output frames given so far */
     float speed;
     int64_t expected = INT64_MAX;
+    CursorLog cursor;
     Stretcher(int channels, const StretchOptions &o, int rate, int64_t frame)
         : engine(_LinkedStretchCreate(int(o.frameMs), rate, channels)),
           channels(size_t(channels)),
@@ -114,7 +147,7 @@ struct Stretcher {
           // asked for once the capacity holds one block.
           scratch(size_t(std::max<int64_t>(65536 / channels, frame)) *
                   size_t(channels)),
-          speed(float(o.speed))
+          speed(float(o.speed)), cursor(!o.cursor.empty(), frame)
     {
         if (engine == nullptr)
             throw Failure("the stretcher could not be created");
@@ -140,6 +173,7 @@ struct Stretcher {
                 _LinkedStretchOutput(engine, scratch.data(), capacity);
             ready.insert(ready.end(), scratch.begin(),
                          scratch.begin() + long(size_t(made) * channels));
+            this->made += made;
             if (taken == 0 && made == 0)
                 return;
         }
@@ -153,6 +187,7 @@ struct Stretcher {
         else
             pending.resize(pending.size() + count, 0.0f);
         pump();
+        cursor.note(engine, made);
     }
     /* Writes what is ready, up to the expected length. */
     void drain(AudioWriter &writer)
@@ -173,7 +208,7 @@ int runStretch(const Arguments &argv)
 {
     const StretchOptions o = parseStretch(argv);
     AudioReader reader(o.in);
-    checkOutputs({o.in}, {o.out});
+    checkOutputs({o.in}, {o.out, o.cursor});
     checkAudioName(o.out);
     const int rate = reader.rate(), channels = reader.channels();
     checkStretchRate(rate, channels, o.frameMs);
@@ -206,6 +241,11 @@ int runStretch(const Arguments &argv)
     progress.finish();
     writer.commit();
     reportOutput(writer, st.expected);
+    if (!o.cursor.empty()) {
+        CursorTable table{st.cursor, writer.framesWritten()};
+        writeTextFile(o.cursor, printCursor, &table);
+        std::printf("cursor: %s\n", o.cursor.c_str());
+    }
     return 0;
 }
 

@@ -24,7 +24,7 @@ const Command kCommands[] = {
      "  KEEL_DATA_PATH=~/.local/share/tolv tolv info\n",
      runInfo},
     {"design", "design a filter from a text and measure it",
-     "usage: tolv design SPEC [--fs RATE] [--plot FILE.png]\n"
+     "usage: tolv design SPEC [--fs RATE] [--plot FILE.png] [--csv FILE]\n"
      "\n"
      "Designs the filter that the text SPEC describes and measures the\n"
      "running filter's impulse response: order and sections, gain at DC and\n"
@@ -33,6 +33,9 @@ const Command kCommands[] = {
      "  --fs RATE        sampling rate in Hz for edges given in Hz (wins over\n"
      "                   an fs in the text)\n"
      "  --plot FILE.png  draw the magnitude response (needs gnuplot)\n"
+     "  --csv FILE       write the response: frequency, magnitude (dB), phase\n"
+     "                   (degrees), and the template of the text's bands\n"
+     "                   relative to the peak (upper and lower level, in dB)\n"
      "\n"
      "example:\n"
      "  tolv design 'type=bandpass, approximation=ellip, fpass1=300,\n"
@@ -78,6 +81,7 @@ const Command kCommands[] = {
      runResample},
     {"stretch", "change the duration, keep the pitch",
      "usage: tolv stretch IN OUT --speed S [--frame-ms MS] [--encoding ENC]\n"
+     "                    [--cursor FILE]\n"
      "\n"
      "Plays IN S times faster without changing its pitch (SOLAFS): S above 1\n"
      "shortens, below 1 lengthens. OUT has round(frames / S) frames.\n"
@@ -86,6 +90,9 @@ const Command kCommands[] = {
      "  --frame-ms MS    analysis frame in milliseconds (default 20)\n"
      "  --encoding ENC   pcm16, pcm24, pcm32, float or double (default: as "
      "IN)\n"
+     "  --cursor FILE    write, for the start of every output block, the\n"
+     "                   source frame it came from (the engine's cursor\n"
+     "                   translation) as CSV\n"
      "\n"
      "example:\n"
      "  tolv stretch lecture.flac faster.flac --speed 1.25\n",
@@ -112,12 +119,16 @@ const Command kCommands[] = {
      "s.csv\n",
      runSpectrum},
     {"delay", "estimate the delay of one file against another",
-     "usage: tolv delay A B [--max-seconds S]\n"
+     "usage: tolv delay A B [--max-seconds S] [--csv FILE]\n"
      "\n"
      "Estimates how late B is against A (negative: B is early) by\n"
      "cross-correlation, with the plain correlation coefficient and with\n"
      "PHAT weighting, over the channel average of the first S seconds of\n"
      "both files (default 30).\n"
+     "\n"
+     "  --csv FILE       write both correlations for delays within 0.1 s of\n"
+     "                   zero: the plain one as a correlation coefficient,\n"
+     "                   PHAT scaled to its own peak\n"
      "\n"
      "example:\n"
      "  tolv delay close-mic.wav room-mic.wav\n",

@@ -103,6 +103,10 @@ Response measureResponse(const std::string &text, int channels)
     double reference = 1.0 / (double(H) * H * H * H);
     TOLV_PSDtoDB(L, psd.get(), db.get(), nullptr, reference, kResponseFloorDb);
     r.db.assign(db.get(), db.get() + H + 1);
+    TOLV_FFTProcExecute(fft, input.get(), scratch);
+    r.phase.resize(size_t(H) + 1);
+    for (size_t k = 0; k <= size_t(H); k++)
+        r.phase[k] = std::atan2(scratch[k].im, scratch[k].re);
     TOLV_DestroyComplexVector(scratch);
     TOLV_FFTProcDestroy(fft);
     return r;

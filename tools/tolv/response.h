@@ -16,9 +16,10 @@ namespace cli {
 constexpr double kResponseFloorDb = 300.0;
 
 struct Response {
-    int length = 0;        /* impulse response length, a power of two */
-    std::vector<float> db; /* length / 2 + 1 bins, 0 .. Nyquist */
-    bool settled = true;   /* false: still ringing at the longest length */
+    int length = 0;           /* impulse response length, a power of two */
+    std::vector<float> db;    /* length / 2 + 1 bins, 0 .. Nyquist */
+    std::vector<float> phase; /* the same bins, radians, in -pi .. pi */
+    bool settled = true;      /* false: still ringing at the longest length */
 
     /* Fraction of Nyquist of bin k. */
     double fraction(size_t k) const { return 2.0 * double(k) / length; }
@@ -30,7 +31,9 @@ struct Response {
     std::vector<double> crossings(float level) const;
 };
 
-/* Runs an impulse through a new filter of the text and measures it. */
+/* Runs an impulse through a new filter of the text and measures it: the
+ * magnitude through the library's power spectrum and dB scaling, the phase
+ * from its complex transform. */
 Response measureResponse(const std::string &text, int channels);
 
 /* Throws a failure, naming what to change, when the pass bands of a design
