@@ -44,7 +44,12 @@ Floats asFloats(const py::handle &x, const char *name)
     if (!a)
         throw py::type_error(std::string(name) + " must be an array");
     checkKind(a, name);
-    return Floats::ensure(a);
+    using Converted =
+        py::array_t<float, py::array::c_style | py::array::forcecast>;
+    Floats f = Converted::ensure(a);
+    if (!f)
+        throw py::error_already_set();
+    return f;
 }
 } // namespace
 

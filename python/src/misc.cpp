@@ -27,9 +27,11 @@ class Spline {
     }
     Floats call(const py::handle &at) const
     {
-        Floats p = Floats::ensure(py::array::ensure(at));
+        using Converted =
+            py::array_t<float, py::array::c_style | py::array::forcecast>;
+        Floats p = Converted::ensure(at);
         if (!p)
-            throw py::type_error("positions must be real numbers");
+            throw py::error_already_set();
         Floats out(std::vector<py::ssize_t>(p.shape(), p.shape() + p.ndim()));
         for (py::ssize_t i = 0; i < p.size(); i++)
             out.mutable_data()[i] =

@@ -11,7 +11,8 @@
 namespace tolvpy {
 
 namespace {
-using Complex = py::array_t<std::complex<float>, py::array::c_style>;
+using Complex =
+    py::array_t<std::complex<float>, py::array::c_style | py::array::forcecast>;
 
 class Transform : public Handle {
   public:
