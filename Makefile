@@ -9,7 +9,7 @@ JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 PREFIX     ?= /usr/local
 CMAKE_ARGS ?=
 
-.PHONY: all deps build test test-asan test-tsan fuzz demo demo-check install bench docs clean format format-check fuzz-long
+.PHONY: all deps build test python test-asan test-tsan fuzz demo demo-check install bench docs clean format format-check fuzz-long
 
 all: build
 
@@ -25,6 +25,10 @@ build: deps $(BUILD)/CMakeCache.txt
 
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
+
+# The Python module, in $(BUILD)/python (import with PYTHONPATH=$(BUILD)/python).
+python: build
+	cmake --build $(BUILD) -j $(JOBS) --target tolv_python
 
 test-asan: deps
 	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DTOLV_SANITIZE=ON \

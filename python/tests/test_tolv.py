@@ -267,3 +267,17 @@ def test_threads_share_nothing_but_the_library(rng):
     for t in threads:
         t.join()
     assert all(np.array_equal(g, want) for g in got)
+
+
+def test_the_readme_example_runs_as_written():
+    import os
+    import re
+    here = os.path.dirname(os.path.abspath(__file__))
+    text = open(os.path.join(here, "..", "..", "README.md")).read()
+    code = re.search(r"```python\n(.*?)```", text, re.S).group(1)
+    scope = {}
+    exec(compile(code, "README.md", "exec"), scope)
+    assert scope["lag"] == scope["lag_phat"] == 300
+    assert scope["y48"].shape == (96000, 2)
+    assert scope["slow"].shape == (110250, 2)
+    assert sum(len(p) for p in scope["parts"]) == 96000
