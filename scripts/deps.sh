@@ -5,7 +5,7 @@
 # format, docs, demo, browser.
 set -e
 groups="${*:-build}"
-pkgs="cmake g++ make pkg-config libgtest-dev libbenchmark-dev libfftw3-dev libkissfft-dev libwebrtc-audio-processing-dev libsndfile1-dev pybind11-dev python3-dev python3-numpy python3-scipy python3-pytest"
+pkgs="cmake g++ make pkg-config libgtest-dev libbenchmark-dev libfftw3-dev libkissfft-dev libwebrtc-audio-processing-dev libsndfile1-dev pybind11-dev python3-dev python3-numpy python3-scipy python3-pytest python3-soundfile python3-dask python3-distributed"
 # Installed without the packages they recommend (a desktop's worth for the
 # browser, which only runs headless here).
 lean=""
