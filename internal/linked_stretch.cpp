@@ -22,6 +22,18 @@ struct _TOLV_LINKED_STRETCH {
     std::vector<float> mix;
 };
 
+/* The library's destroy call only reports an object's memory descriptor
+ * and keeps the memory for the life of the process; an engine made and
+ * dropped per file would then grow without bound. These objects are wholly
+ * ours, so their descriptors (the object and all its arrays) are disposed
+ * of after the report. */
+static void release(_TOLV_SOLAFS *s)
+{
+    KEEL_MEMDESCR mem = s->memDescr;
+    TOLV_SolafsDestroy(s);
+    KEELMEM_DisposeMemDescr(mem);
+}
+
 namespace {
 
 bool addObject(_TOLV_LINKED_STRETCH *st, int frameMs, int rate, int stride)
@@ -30,7 +42,7 @@ bool addObject(_TOLV_LINKED_STRETCH *st, int frameMs, int rate, int stride)
     if (s == nullptr)
         return false;
     if (s->frameLength < 8) {
-        TOLV_SolafsDestroy(s);
+        release(s);
         return false;
     }
     st->channels.push_back(s);
@@ -88,9 +100,9 @@ void _LinkedStretchDestroy(_TOLV_LINKED_STRETCH *st)
     if (st == nullptr)
         return;
     for (_TOLV_SOLAFS *s : st->channels)
-        TOLV_SolafsDestroy(s);
-    if (st->ghost)
-        TOLV_SolafsDestroy(st->leader);
+        release(s);
+    if (st->ghost && st->leader != nullptr)
+        release(st->leader);
     delete st;
 }
 

@@ -20,6 +20,8 @@ struct _TOLV_LINKED_STRETCH;
  * frames, channels is below 1, or memory runs out. */
 _TOLV_LINKED_STRETCH *_LinkedStretchCreate(int frameMs, int sampleRate,
                                            int channels);
+/* Releases the engine and all its memory (unlike the library's one-channel
+ * objects, whose memory stays with the process). */
 void _LinkedStretchDestroy(_TOLV_LINKED_STRETCH *st);
 
 /* Takes up to `frames` interleaved frames played at `speed`; returns how

@@ -34,8 +34,6 @@ class Stretcher : public Handle {
                         size_t(channels));
     }
     ~Stretcher() { close(); }
-    /* The engine's memory stays with the process: the library's objects
-     * never release theirs. */
     void close()
     {
         if (!closed()) {

@@ -10,6 +10,7 @@
 #include <random>
 #include <vector>
 
+#include "keel.h"
 #include "linked_stretch.h"
 #include "signal_test_support.h"
 #include "tolv.h"
@@ -151,6 +152,14 @@ TEST(LinkedStretch, ChannelsKeepTheirImage)
         }
         EXPECT_GE(kept, windows * 99 / 100) << speed;
     }
+}
+
+TEST(LinkedStretch, ReleasesItsMemory)
+{
+    const int before = KEELMEM_LiveDescriptorCount();
+    for (int round = 0; round < 3; round++)
+        _LinkedStretchDestroy(_LinkedStretchCreate(20, kRate, 2));
+    EXPECT_EQ(before, KEELMEM_LiveDescriptorCount());
 }
 
 TEST(LinkedStretch, RefusesWhatTheObjectCannotRun)
