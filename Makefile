@@ -3,13 +3,14 @@ BUILD      ?= build
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
 FUZZ_BUILD ?= build-fuzz
+ARM64_BUILD ?= build-arm64
 FUZZ_SECONDS ?= 60
 FUZZ_KEEP ?= 0
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 PREFIX     ?= /usr/local
 CMAKE_ARGS ?=
 
-.PHONY: all deps build test test-asan test-tsan fuzz demo install bench docs clean format format-check fuzz-long
+.PHONY: all deps build test test-arm64 test-asan test-tsan fuzz demo install bench docs clean format format-check fuzz-long
 
 all: build
 
@@ -25,6 +26,12 @@ build: deps $(BUILD)/CMakeCache.txt
 
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
+
+# The whole suite on 64-bit ARM: a cross build against Debian's arm64
+# packages, every test program run under user-mode QEMU (scripts/test-arm64.sh
+# installs the cross toolchain, the emulator and the arm64 libraries).
+test-arm64:
+	JOBS=$(JOBS) ./scripts/test-arm64.sh $(ARM64_BUILD) $(CMAKE_ARGS)
 
 test-asan: deps
 	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DTOLV_SANITIZE=ON \
@@ -89,4 +96,4 @@ format-check:
 	$(FORMAT_FILES) | xargs clang-format-14 --dry-run --Werror --style=file
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) $(ARM64_BUILD)
