@@ -24,8 +24,8 @@
 
 typedef float _F4 __attribute__((vector_size(16)));
 typedef int32_t _I4 __attribute__((vector_size(16)));
-typedef float _F2 __attribute__((vector_size(8)));
 typedef double _D2 __attribute__((vector_size(16)));
+typedef double _D4 __attribute__((vector_size(32))); /* inside helpers only */
 typedef int64_t _L2 __attribute__((vector_size(16)));
 
 static inline _F4 _LoadF4(const float *p)
@@ -69,20 +69,23 @@ static inline _F4 _InterleaveHigh(_F4 a, _F4 b)
 }
 
 /* Lanes 0-1 or 2-3 widened to double, and two doubles each rounded to
- * float and joined into four lanes (low half first). */
+ * float and joined into four lanes (low half first). Going through four
+ * doubles lets the compiler find the widening and narrowing instructions
+ * that work on register halves (cvtps2pd, fcvtl2, fcvtn2). */
 static inline _D2 _WidenLow(_F4 v)
 {
-    return __builtin_convertvector(__builtin_shufflevector(v, v, 0, 1), _D2);
+    const _D4 w = __builtin_convertvector(v, _D4);
+    return __builtin_shufflevector(w, w, 0, 1);
 }
 static inline _D2 _WidenHigh(_F4 v)
 {
-    return __builtin_convertvector(__builtin_shufflevector(v, v, 2, 3), _D2);
+    const _D4 w = __builtin_convertvector(v, _D4);
+    return __builtin_shufflevector(w, w, 2, 3);
 }
 static inline _F4 _Narrow(_D2 lo, _D2 hi)
 {
-    const _F2 l = __builtin_convertvector(lo, _F2);
-    const _F2 h = __builtin_convertvector(hi, _F2);
-    return __builtin_shufflevector(l, h, 0, 1, 2, 3);
+    return __builtin_convertvector(__builtin_shufflevector(lo, hi, 0, 1, 2, 3),
+                                   _F4);
 }
 
 /* Lane-wise choice: a where the mask lane is all ones, else b. */
@@ -91,16 +94,33 @@ static inline _D2 _Select(_L2 mask, _D2 a, _D2 b)
     return (_D2)((mask & (_L2)a) | (~mask & (_L2)b));
 }
 
+/* A few operations that the generic vectors lack, or that the compiler does
+ * not find in them every time, name the processor's own instruction where
+ * there is one. Each branch gives the same bits. */
+
 /* True when any lane of a comparison mask is set. */
 static inline bool _AnyLane(_I4 mask)
 {
-    _L2 halves = (_L2)mask;
+#if defined(__SSE2__)
+    return _mm_movemask_ps((__m128)mask) != 0;
+#else
+    const _L2 halves = (_L2)mask;
     return (halves[0] | halves[1]) != 0;
+#endif
 }
 
-/* Correctly rounded square root of each lane. The generic vectors have no
- * square root, so the processor's own instruction is named where there is
- * one; IEEE fixes its result, so every branch gives the same bits. */
+/* Larger of a and b as x86's maxps gives it: b when either is NaN (or when
+ * they are equal). */
+static inline _F4 _MaxF4(_F4 a, _F4 b)
+{
+#if defined(__SSE2__)
+    return (_F4)_mm_max_ps((__m128)a, (__m128)b);
+#else
+    return a > b ? a : b;
+#endif
+}
+
+/* Correctly rounded square root of each lane (IEEE fixes its result). */
 static inline _D2 _SqrtD2(_D2 v)
 {
 #if defined(__SSE2__)

@@ -9,6 +9,9 @@
  * independent, so a processor with eight float lanes takes two groups at
  * once and gets the same bits.
  */
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 #include <math.h>
 #include <stdint.h>
 #include <string.h>
