@@ -3,13 +3,14 @@ BUILD      ?= build
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
 FUZZ_BUILD ?= build-fuzz
+ARM64_BUILD ?= build-arm64
 FUZZ_SECONDS ?= 60
 FUZZ_KEEP ?= 0
 JOBS       ?= $(shell nproc 2>/dev/null || echo 2)
 PREFIX     ?= /usr/local
 CMAKE_ARGS ?=
 
-.PHONY: all deps build test python test-asan test-tsan fuzz demo demo-check install bench docs clean format format-check fuzz-long
+.PHONY: all deps build test python test-arm64 test-asan test-tsan fuzz demo demo-check install bench docs clean format format-check fuzz-long
 
 all: build
 
@@ -29,6 +30,12 @@ test: build
 # The Python module, in $(BUILD)/python (import with PYTHONPATH=$(BUILD)/python).
 python: build
 	cmake --build $(BUILD) -j $(JOBS) --target tolv_python
+
+# The whole suite on 64-bit ARM: a cross build against Debian's arm64
+# packages, every test program run under user-mode QEMU (scripts/test-arm64.sh
+# installs the cross toolchain, the emulator and the arm64 libraries).
+test-arm64:
+	JOBS=$(JOBS) ./scripts/test-arm64.sh $(ARM64_BUILD) $(CMAKE_ARGS)
 
 test-asan: deps
 	cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DTOLV_SANITIZE=ON \
@@ -101,4 +108,4 @@ format-check:
 	$(FORMAT_FILES) | xargs clang-format-14 --dry-run --Werror --style=file
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD) $(ARM64_BUILD)

@@ -10,7 +10,6 @@
  * input back one block late. All streaming state lives in the caller's
  * arrays, so one processor can serve several streams in turn.
  */
-#include <emmintrin.h>
 #include <fftw3.h>
 
 #include <cfloat>
@@ -20,6 +19,7 @@
 #include <cstring>
 
 #include "keel.h"
+#include "lanes.h"
 #include "tolv.h"
 
 struct _TOLV_FMCLTPROC {
@@ -67,17 +67,16 @@ bool usable(const _TOLV_FMCLTPROC *proc)
 void rotateBins(float *buf, const TOLV_COMPLEX *window, int count, float s)
 {
     int k = 0;
-    const __m128 gain = _mm_set1_ps(s);
-    // Negates the lanes of the real parts: x - y is x + (-y) to the bit.
-    const __m128 negateReal = _mm_set_ps(0.0f, -0.0f, 0.0f, -0.0f);
+    // Flips the sign of the real parts' lanes: x - y is x + (-y) to the bit.
+    const _I4 negateReal = {INT32_MIN, 0, INT32_MIN, 0};
     for (; k + 2 <= count; k += 2) {
-        const __m128 u = _mm_mul_ps(_mm_load_ps(buf + 2 * k), gain);
-        const __m128 w = _mm_loadu_ps(&window[k].re);
-        const __m128 wr = _mm_shuffle_ps(w, w, _MM_SHUFFLE(2, 2, 0, 0));
-        const __m128 wi = _mm_shuffle_ps(w, w, _MM_SHUFFLE(3, 3, 1, 1));
-        const __m128 swapped = _mm_shuffle_ps(u, u, _MM_SHUFFLE(2, 3, 0, 1));
-        const __m128 cross = _mm_xor_ps(_mm_mul_ps(swapped, wi), negateReal);
-        _mm_store_ps(buf + 2 * k, _mm_add_ps(_mm_mul_ps(u, wr), cross));
+        const _F4 u = _LoadF4(buf + 2 * k) * s;
+        const _F4 w = _LoadF4(&window[k].re);
+        const _F4 wr = __builtin_shufflevector(w, w, 0, 0, 2, 2);
+        const _F4 wi = __builtin_shufflevector(w, w, 1, 1, 3, 3);
+        const _F4 swapped = __builtin_shufflevector(u, u, 1, 0, 3, 2);
+        const _F4 cross = (_F4)((_I4)(swapped * wi) ^ negateReal);
+        _StoreF4(buf + 2 * k, u * wr + cross);
     }
     for (; k < count; ++k) {
         const float ur = buf[2 * k] * s;
@@ -95,16 +94,12 @@ void pairBins(const float *buf, float *real, float *imaginary, int m)
 {
     int k = 0;
     for (; k + 4 <= m; k += 4) {
-        const __m128 a0 = _mm_load_ps(buf + 2 * k);
-        const __m128 a1 = _mm_load_ps(buf + 2 * k + 4);
-        const __m128 b0 = _mm_loadu_ps(buf + 2 * k + 2);
-        const __m128 b1 = _mm_loadu_ps(buf + 2 * k + 6);
-        const __m128 reA = _mm_shuffle_ps(a0, a1, _MM_SHUFFLE(2, 0, 2, 0));
-        const __m128 imA = _mm_shuffle_ps(a0, a1, _MM_SHUFFLE(3, 1, 3, 1));
-        const __m128 reB = _mm_shuffle_ps(b0, b1, _MM_SHUFFLE(2, 0, 2, 0));
-        const __m128 imB = _mm_shuffle_ps(b0, b1, _MM_SHUFFLE(3, 1, 3, 1));
-        _mm_storeu_ps(real + k, _mm_sub_ps(reB, imA));
-        _mm_storeu_ps(imaginary + k, _mm_add_ps(reA, imB));
+        const _F4 a0 = _LoadF4(buf + 2 * k), a1 = _LoadF4(buf + 2 * k + 4);
+        const _F4 b0 = _LoadF4(buf + 2 * k + 2), b1 = _LoadF4(buf + 2 * k + 6);
+        const _F4 reA = _EvenLanes(a0, a1), imA = _OddLanes(a0, a1);
+        const _F4 reB = _EvenLanes(b0, b1), imB = _OddLanes(b0, b1);
+        _StoreF4(real + k, reB - imA);
+        _StoreF4(imaginary + k, reA + imB);
     }
     for (; k < m; ++k) {
         real[k] = buf[2 * k + 2] - buf[2 * k + 1];
@@ -125,27 +120,16 @@ void unpairBins(const float *real, const float *imaginary,
                 const TOLV_COMPLEX *window, float *buf, int m, float t)
 {
     int k = 0;
-    const __m128 quarter = _mm_set1_ps(0.25f);
-    const __m128 gain = _mm_set1_ps(t);
     for (; k + 4 <= m - 1; k += 4) {
-        const __m128 c =
-            _mm_add_ps(_mm_loadu_ps(real + k), _mm_loadu_ps(imaginary + k + 1));
-        const __m128 a =
-            _mm_sub_ps(_mm_loadu_ps(imaginary + k), _mm_loadu_ps(real + k + 1));
-        const __m128 w0 = _mm_loadu_ps(&window[k + 1].re);
-        const __m128 w1 = _mm_loadu_ps(&window[k + 3].re);
-        const __m128 wr = _mm_shuffle_ps(w0, w1, _MM_SHUFFLE(2, 0, 2, 0));
-        const __m128 wi = _mm_shuffle_ps(w0, w1, _MM_SHUFFLE(3, 1, 3, 1));
-        const __m128 yr = _mm_mul_ps(
-            _mm_mul_ps(_mm_add_ps(_mm_mul_ps(wi, a), _mm_mul_ps(wr, c)),
-                       quarter),
-            gain);
-        const __m128 yi = _mm_mul_ps(
-            _mm_mul_ps(_mm_sub_ps(_mm_mul_ps(a, wr), _mm_mul_ps(wi, c)),
-                       quarter),
-            gain);
-        _mm_storeu_ps(buf + 2 * k + 2, _mm_unpacklo_ps(yr, yi));
-        _mm_storeu_ps(buf + 2 * k + 6, _mm_unpackhi_ps(yr, yi));
+        const _F4 c = _LoadF4(real + k) + _LoadF4(imaginary + k + 1);
+        const _F4 a = _LoadF4(imaginary + k) - _LoadF4(real + k + 1);
+        const _F4 w0 = _LoadF4(&window[k + 1].re);
+        const _F4 w1 = _LoadF4(&window[k + 3].re);
+        const _F4 wr = _EvenLanes(w0, w1), wi = _OddLanes(w0, w1);
+        const _F4 yr = (wi * a + wr * c) * 0.25f * t;
+        const _F4 yi = (a * wr - wi * c) * 0.25f * t;
+        _StoreF4(buf + 2 * k + 2, _InterleaveLow(yr, yi));
+        _StoreF4(buf + 2 * k + 6, _InterleaveHigh(yr, yi));
     }
     for (; k < m - 1; ++k) {
         const float c = real[k] + imaginary[k + 1];
@@ -159,16 +143,16 @@ void unpairBins(const float *real, const float *imaginary,
 
 // Four floats widened, divided by d and, when given, added to four more, in
 // double; the results rounded back to float.
-__m128 scaleAndAdd(__m128 y, __m128d d, const float *add)
+_F4 scaleAndAdd(_F4 y, double d, const float *add)
 {
-    __m128d lo = _mm_div_pd(_mm_cvtps_pd(y), d);
-    __m128d hi = _mm_div_pd(_mm_cvtps_pd(_mm_movehl_ps(y, y)), d);
+    _D2 lo = _WidenLow(y) / d;
+    _D2 hi = _WidenHigh(y) / d;
     if (add) {
-        const __m128 o = _mm_loadu_ps(add);
-        lo = _mm_add_pd(lo, _mm_cvtps_pd(o));
-        hi = _mm_add_pd(hi, _mm_cvtps_pd(_mm_movehl_ps(o, o)));
+        const _F4 o = _LoadF4(add);
+        lo = lo + _WidenLow(o);
+        hi = hi + _WidenHigh(o);
     }
-    return _mm_movelh_ps(_mm_cvtpd_ps(lo), _mm_cvtpd_ps(hi));
+    return _Narrow(lo, hi);
 }
 
 // Overlap-add of the 2 M inverse samples divided by 2 M, in double: the
@@ -177,12 +161,9 @@ void overlapAddDouble(const float *buf, float *output, float *overlap, int m,
                       int k)
 {
     const double d = 2.0 * m;
-    const __m128d dd = _mm_set1_pd(d);
     for (; k + 4 <= m; k += 4) {
-        _mm_storeu_ps(output + k,
-                      scaleAndAdd(_mm_load_ps(buf + k), dd, overlap + k));
-        _mm_storeu_ps(overlap + k,
-                      scaleAndAdd(_mm_loadu_ps(buf + m + k), dd, nullptr));
+        _StoreF4(output + k, scaleAndAdd(_LoadF4(buf + k), d, overlap + k));
+        _StoreF4(overlap + k, scaleAndAdd(_LoadF4(buf + m + k), d, nullptr));
     }
     for (; k < m; ++k) {
         output[k] = static_cast<float>(buf[k] / d + overlap[k]);
@@ -202,21 +183,16 @@ void overlapAddPowerOfTwo(const float *buf, float *output, float *overlap,
                           int m)
 {
     const float d = 2.0f * static_cast<float>(m);
-    const __m128 reciprocal = _mm_set1_ps(1.0f / d);
-    const __m128 tiny = _mm_set1_ps(FLT_MIN * d);
-    const __m128 magnitudeMask = _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff));
+    const float reciprocal = 1.0f / d;
+    const float tiny = FLT_MIN * d;
     int k = 0;
     for (; k + 4 <= m; k += 4) {
-        const __m128 y = _mm_load_ps(buf + k);
-        const __m128 risky =
-            _mm_and_ps(_mm_cmplt_ps(_mm_and_ps(y, magnitudeMask), tiny),
-                       _mm_cmpneq_ps(y, _mm_setzero_ps()));
-        if (_mm_movemask_ps(risky))
+        const _F4 y = _LoadF4(buf + k);
+        const _F4 magnitude = (_F4)((_I4)y & 0x7fffffff);
+        if (_AnyLane((magnitude < tiny) & (y != 0.0f)))
             break;
-        _mm_storeu_ps(output + k, _mm_add_ps(_mm_mul_ps(y, reciprocal),
-                                             _mm_loadu_ps(overlap + k)));
-        _mm_storeu_ps(overlap + k,
-                      _mm_mul_ps(_mm_loadu_ps(buf + m + k), reciprocal));
+        _StoreF4(output + k, y * reciprocal + _LoadF4(overlap + k));
+        _StoreF4(overlap + k, _LoadF4(buf + m + k) * reciprocal);
     }
     overlapAddDouble(buf, output, overlap, m, k);
 }

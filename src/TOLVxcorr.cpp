@@ -8,13 +8,12 @@
  * -(M - 1) to M - 1 without wrapping. The result is rotated so that the lags
  * come in ascending order, lag 0 at index M - 1.
  */
-#include <emmintrin.h>
-
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 
 #include "keel.h"
+#include "lanes.h"
 #include "tolv.h"
 
 struct _TOLV_XCORRPROC {
@@ -36,35 +35,32 @@ namespace {
 // Bins k .. k + 3 of A times the conjugate of B, unscaled, as separate
 // real and imaginary parts: re = a.im b.im + a.re b.re,
 // im = a.im b.re - b.im a.re, in float.
-void crossParts(const TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int k, __m128 *re,
-                __m128 *im)
+void crossParts(const TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int k, _F4 *re,
+                _F4 *im)
 {
-    const __m128 a0 = _mm_load_ps(&a[k].re), a1 = _mm_load_ps(&a[k + 2].re);
-    const __m128 b0 = _mm_load_ps(&b[k].re), b1 = _mm_load_ps(&b[k + 2].re);
-    const __m128 ar = _mm_shuffle_ps(a0, a1, _MM_SHUFFLE(2, 0, 2, 0));
-    const __m128 ai = _mm_shuffle_ps(a0, a1, _MM_SHUFFLE(3, 1, 3, 1));
-    const __m128 br = _mm_shuffle_ps(b0, b1, _MM_SHUFFLE(2, 0, 2, 0));
-    const __m128 bi = _mm_shuffle_ps(b0, b1, _MM_SHUFFLE(3, 1, 3, 1));
-    *re = _mm_add_ps(_mm_mul_ps(ai, bi), _mm_mul_ps(ar, br));
-    *im = _mm_sub_ps(_mm_mul_ps(ai, br), _mm_mul_ps(bi, ar));
+    const _F4 a0 = _LoadF4(&a[k].re), a1 = _LoadF4(&a[k + 2].re);
+    const _F4 b0 = _LoadF4(&b[k].re), b1 = _LoadF4(&b[k + 2].re);
+    const _F4 ar = _EvenLanes(a0, a1), ai = _OddLanes(a0, a1);
+    const _F4 br = _EvenLanes(b0, b1), bi = _OddLanes(b0, b1);
+    *re = ai * bi + ar * br;
+    *im = ai * br - bi * ar;
 }
 
-void storeBins(TOLV_COMPLEX *a, int k, __m128 re, __m128 im)
+void storeBins(TOLV_COMPLEX *a, int k, _F4 re, _F4 im)
 {
-    _mm_store_ps(&a[k].re, _mm_unpacklo_ps(re, im));
-    _mm_store_ps(&a[k + 2].re, _mm_unpackhi_ps(re, im));
+    _StoreF4(&a[k].re, _InterleaveLow(re, im));
+    _StoreF4(&a[k + 2].re, _InterleaveHigh(re, im));
 }
 
 // A times the conjugate of B, scaled: the plain cross spectrum.
 void crossSpectrum(TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int bins,
                    float scale)
 {
-    const __m128 s = _mm_set1_ps(scale);
     int k = 0;
     for (; k + 4 <= bins; k += 4) {
-        __m128 re, im;
+        _F4 re, im;
         crossParts(a, b, k, &re, &im);
-        storeBins(a, k, _mm_mul_ps(re, s), _mm_mul_ps(im, s));
+        storeBins(a, k, re * scale, im * scale);
     }
     for (; k < bins; ++k) {
         const float ar = a[k].re, ai = a[k].im;
@@ -74,40 +70,32 @@ void crossSpectrum(TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int bins,
     }
 }
 
-// Two bins of the phase transform in double: the weight scale / |X| from
-// the float power, 1 where that magnitude is not above zero, applied to the
-// widened parts and rounded back to float.
-void phatWeigh(__m128 re, __m128 im, __m128 power, __m128d scale, __m128 *outRe,
-               __m128 *outIm, bool high)
+// The phase-transform weight of two bins in double: scale / |X| from the
+// float power, 1 where that magnitude is not above zero.
+_D2 phatWeight(_D2 power, _D2 scale)
 {
-    if (high) {
-        re = _mm_movehl_ps(re, re);
-        im = _mm_movehl_ps(im, im);
-        power = _mm_movehl_ps(power, power);
-    }
-    const __m128d magnitude = _mm_sqrt_pd(_mm_cvtps_pd(power));
-    const __m128d positive = _mm_cmpgt_pd(magnitude, _mm_setzero_pd());
-    const __m128d weight =
-        _mm_or_pd(_mm_and_pd(positive, _mm_div_pd(scale, magnitude)),
-                  _mm_andnot_pd(positive, _mm_set1_pd(1.0)));
-    *outRe = _mm_cvtpd_ps(_mm_mul_pd(_mm_cvtps_pd(re), weight));
-    *outIm = _mm_cvtpd_ps(_mm_mul_pd(_mm_cvtps_pd(im), weight));
+    const _D2 magnitude = _SqrtD2(power);
+    const _D2 one = {1.0, 1.0};
+    return _Select(magnitude > 0.0, scale / magnitude, one);
 }
 
 // The cross spectrum brought to unit magnitude (times scale), so that only
 // its phase, that is the delay, survives. A bin whose float power is zero
-// keeps its value: there is no phase to keep and no division to make.
+// keeps its value: there is no phase to keep and no division to make. The
+// weights and products are formed in double, two bins at a time, and
+// rounded back to float.
 void phatSpectrum(TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int bins, float scale)
 {
-    const __m128d s = _mm_set1_pd(static_cast<double>(scale));
+    const _D2 s = {static_cast<double>(scale), static_cast<double>(scale)};
     int k = 0;
     for (; k + 4 <= bins; k += 4) {
-        __m128 re, im, loRe, loIm, hiRe, hiIm;
+        _F4 re, im;
         crossParts(a, b, k, &re, &im);
-        const __m128 power = _mm_add_ps(_mm_mul_ps(re, re), _mm_mul_ps(im, im));
-        phatWeigh(re, im, power, s, &loRe, &loIm, false);
-        phatWeigh(re, im, power, s, &hiRe, &hiIm, true);
-        storeBins(a, k, _mm_movelh_ps(loRe, hiRe), _mm_movelh_ps(loIm, hiIm));
+        const _F4 power = re * re + im * im;
+        const _D2 lo = phatWeight(_WidenLow(power), s);
+        const _D2 hi = phatWeight(_WidenHigh(power), s);
+        storeBins(a, k, _Narrow(_WidenLow(re) * lo, _WidenHigh(re) * hi),
+                  _Narrow(_WidenLow(im) * lo, _WidenHigh(im) * hi));
     }
     for (; k < bins; ++k) {
         const float ar = a[k].re, ai = a[k].im;

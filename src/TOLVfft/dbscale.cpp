@@ -9,22 +9,24 @@
  * independent, so a processor with eight float lanes takes two groups at
  * once and gets the same bits.
  */
+#if defined(__x86_64__)
 #include <immintrin.h>
+#endif
 #include <math.h>
 #include <stdint.h>
 #include <string.h>
 
 #include "TOLVfft/dbscale.h"
+#include "lanes.h"
 #include "tolv.h"
 
-/* Lane vectors. Memory is only reached through _load and _store, which
- * assume no alignment. Values of eight lanes only live inside inlined code,
- * so their calling convention is moot. */
+/* Lane vectors: four lanes from lanes.h, and eight for x86-64's AVX2.
+ * Memory is only reached through _load and _store, which assume no
+ * alignment. Values of eight lanes only live inside inlined code, so their
+ * calling convention is moot. */
 #pragma GCC diagnostic ignored "-Wpsabi"
-typedef float _F4 __attribute__((vector_size(16), aligned(16), may_alias));
-typedef int32_t _I4 __attribute__((vector_size(16), aligned(16), may_alias));
-typedef float _F8 __attribute__((vector_size(32), aligned(16), may_alias));
-typedef int32_t _I8 __attribute__((vector_size(32), aligned(16), may_alias));
+typedef float _F8 __attribute__((vector_size(32), aligned(16)));
+typedef int32_t _I8 __attribute__((vector_size(32), aligned(16)));
 
 static inline float _bits(uint32_t pattern)
 {
@@ -33,8 +35,9 @@ static inline float _bits(uint32_t pattern)
     return value;
 }
 
-/* The one lane kernel, built twice: for the baseline instruction set, four
- * lanes at a time, and for processors with eight float lanes. */
+/* The one lane kernel, built for the baseline instruction set, four lanes at
+ * a time, and on x86-64 once more for processors with eight float lanes
+ * (AVX2), chosen at run time. */
 #define _DB_LANES 4
 namespace {
 namespace lanes4 {
@@ -43,6 +46,7 @@ namespace lanes4 {
 } // namespace
 #undef _DB_LANES
 
+#if defined(__x86_64__)
 #define _DB_LANES 8
 #if defined(__clang__)
 #pragma clang attribute push(__attribute__((target("avx2"))),                  \
@@ -79,6 +83,17 @@ void _TOLV_DbVector(const _TOLV_DbArgs &args, int end, int lanes)
     else
         lanes4::_dbRun(args, end);
 }
+#else
+int _TOLV_DbWidestLanes(void)
+{
+    return 4;
+}
+
+void _TOLV_DbVector(const _TOLV_DbArgs &args, int end, int)
+{
+    lanes4::_dbRun(args, end);
+}
+#endif
 
 /* |1 - a e^{-jw}| at the H + 1 bins of a frame of N samples, from 1 - a at
  * DC to 1 + a at Nyquist. */

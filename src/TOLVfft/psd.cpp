@@ -9,9 +9,8 @@
  * re * re + im * im with one float rounding per operation, exactly as a
  * scalar loop would give it.
  */
-#include <emmintrin.h>
-
 #include "TOLVfft/fftproc.h"
+#include "lanes.h"
 
 extern "C" TOLV_API int TOLV_FFTProcExecutePSDEx(_TOLV_FFTPROC *proc,
                                                  const float *input, float *psd,
@@ -27,12 +26,11 @@ extern "C" TOLV_API int TOLV_FFTProcExecutePSDEx(_TOLV_FFTPROC *proc,
     const float *pairs = (const float *)spectrum;
     const int rounds = n / 8 + 1;
     for (int r = 0; r < rounds; r++) {
-        const __m128 lo = _mm_load_ps(pairs + 8 * r);     /* re0 im0 re1 im1 */
-        const __m128 hi = _mm_load_ps(pairs + 8 * r + 4); /* re2 im2 re3 im3 */
-        const __m128 re = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(2, 0, 2, 0));
-        const __m128 im = _mm_shuffle_ps(lo, hi, _MM_SHUFFLE(3, 1, 3, 1));
-        _mm_store_ps(psd + 4 * r,
-                     _mm_add_ps(_mm_mul_ps(re, re), _mm_mul_ps(im, im)));
+        const _F4 lo = _LoadF4(pairs + 8 * r);     /* re0 im0 re1 im1 */
+        const _F4 hi = _LoadF4(pairs + 8 * r + 4); /* re2 im2 re3 im3 */
+        const _F4 re = _EvenLanes(lo, hi);
+        const _F4 im = _OddLanes(lo, hi);
+        _StoreF4(psd + 4 * r, re * re + im * im);
     }
 
     if (scratch == nullptr)

@@ -20,23 +20,14 @@
 #include <cstddef>
 #include <cstdint>
 
-#include <emmintrin.h>
-
+#include "lanes.h"
 #include "tolv.h"
 
 typedef std::complex<double> _ROOT;
 
-/* Float-to-integer truncation as the processor does it: NaN and values out
- * of range give the most negative 32-bit integer. Order estimates rely on
- * this for their degenerate inputs. */
-static inline int32_t _TruncToInt32(float value)
-{
-    return _mm_cvttss_si32(_mm_set_ss(value));
-}
-static inline int32_t _TruncToInt32(double value)
-{
-    return _mm_cvttsd_si32(_mm_set_sd(value));
-}
+/* Order estimates rely on _TruncToInt32 (lanes.h) for their degenerate
+ * inputs: NaN and values out of range give the most negative 32-bit
+ * integer. */
 
 /* ---- Order estimates ----------------------------------------------------
  * Arguments: passband edge (always 1.0, not read), selectivity ratio (stop

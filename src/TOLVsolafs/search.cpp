@@ -7,11 +7,11 @@
  * and the dot product is neither squared nor made absolute, so only in-phase
  * matches score; the 1.0 keeps silence finite at a score of 0. Sums run in
  * double in ascending point order. Candidates are independent of each other,
- * so two of them share an SSE2 register, one per lane, each lane summing in
+ * so two of them share a vector register, one per lane, each lane summing in
  * that same order: the scores are those of the plain loop to the bit. */
-#include <emmintrin.h>
 #include <math.h>
 
+#include "lanes.h"
 #include "solafs.h"
 
 /* Scores of candidates c .. c + 3, four lanes in two registers; candidate
@@ -19,20 +19,20 @@
 static void _SolafsScore4(const double *x, const float *y, int32_t points,
                           int32_t ratio, double *scores)
 {
-    __m128d dot01 = _mm_setzero_pd(), dot23 = _mm_setzero_pd();
-    __m128d energy01 = _mm_set1_pd(1.0), energy23 = _mm_set1_pd(1.0);
+    _D2 dot01 = {0.0, 0.0}, dot23 = {0.0, 0.0};
+    _D2 energy01 = {1.0, 1.0}, energy23 = {1.0, 1.0};
     for (int32_t i = 0; i < points; i++) {
         const double *at = x + ratio * i;
-        __m128d v01 = _mm_loadu_pd(at);
-        __m128d v23 = _mm_loadu_pd(at + 2);
-        __m128d t = _mm_set1_pd((double)y[i]);
-        energy01 = _mm_add_pd(energy01, _mm_mul_pd(v01, v01));
-        energy23 = _mm_add_pd(energy23, _mm_mul_pd(v23, v23));
-        dot01 = _mm_add_pd(dot01, _mm_mul_pd(v01, t));
-        dot23 = _mm_add_pd(dot23, _mm_mul_pd(v23, t));
+        const _D2 v01 = _LoadD2(at);
+        const _D2 v23 = _LoadD2(at + 2);
+        const double t = (double)y[i];
+        energy01 = energy01 + v01 * v01;
+        energy23 = energy23 + v23 * v23;
+        dot01 = dot01 + v01 * t;
+        dot23 = dot23 + v23 * t;
     }
-    _mm_storeu_pd(scores, _mm_div_pd(dot01, _mm_sqrt_pd(energy01)));
-    _mm_storeu_pd(scores + 2, _mm_div_pd(dot23, _mm_sqrt_pd(energy23)));
+    _StoreD2(scores, dot01 / _SqrtD2(energy01));
+    _StoreD2(scores + 2, dot23 / _SqrtD2(energy23));
 }
 
 int32_t _SolafsSearch(_TOLV_SOLAFS *s, int32_t p)

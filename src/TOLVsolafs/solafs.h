@@ -40,9 +40,9 @@
 #define TOLV_SOLAFS_H
 
 #include <stdint.h>
-#include <xmmintrin.h>
 
 #include "keel.h"
+#include "lanes.h"
 #include "tolv.h"
 
 #define SOLAFS_MAX_SEGMENTS 256
@@ -90,11 +90,11 @@ struct _TOLV_SOLAFS {
     double *searchSamples;
 };
 
-/* f32 to i32 by truncation as the processor does it: NaN and values out of
- * range give INT32_MIN rather than undefined behaviour. */
+/* f32 to i32 by truncation as x86 does it: NaN and values out of range give
+ * INT32_MIN rather than undefined behaviour. */
 static inline int32_t _SolafsTrunc(float value)
 {
-    return _mm_cvtt_ss2si(_mm_set_ss(value));
+    return _TruncToInt32(value);
 }
 
 /* i32 arithmetic of positions wraps like the machine's: long streams and

@@ -1,0 +1,150 @@
+/*
+ * Lane vectors shared by the vector kernels, in the compiler's generic
+ * vector types: the same source becomes SSE2 on x86-64 and NEON on arm64.
+ * Every lane-wise operation is one IEEE operation with its own rounding, so
+ * a kernel written with them gives the same bits on every machine as long
+ * as it keeps its order of operations (and nothing is contracted into fused
+ * multiply-adds, which the build forbids).
+ *
+ * Memory is only reached through the load and store helpers, which copy
+ * through memcpy: no alignment is assumed and no aliasing rule is bent.
+ */
+#ifndef TOLV_LANES_H
+#define TOLV_LANES_H
+
+#include <math.h>
+#include <stdint.h>
+#include <string.h>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#elif defined(__aarch64__)
+#include <arm_neon.h>
+#endif
+
+typedef float _F4 __attribute__((vector_size(16)));
+typedef int32_t _I4 __attribute__((vector_size(16)));
+typedef double _D2 __attribute__((vector_size(16)));
+typedef double _D4 __attribute__((vector_size(32))); /* inside helpers only */
+typedef int64_t _L2 __attribute__((vector_size(16)));
+
+static inline _F4 _LoadF4(const float *p)
+{
+    _F4 v;
+    memcpy(&v, p, sizeof(v));
+    return v;
+}
+static inline void _StoreF4(float *p, _F4 v)
+{
+    memcpy(p, &v, sizeof(v));
+}
+static inline _D2 _LoadD2(const double *p)
+{
+    _D2 v;
+    memcpy(&v, p, sizeof(v));
+    return v;
+}
+static inline void _StoreD2(double *p, _D2 v)
+{
+    memcpy(p, &v, sizeof(v));
+}
+
+/* Interleaved pairs (re0 im0 re1 im1 | re2 im2 re3 im3) taken apart into
+ * their first members and their second members, and put back together. */
+static inline _F4 _EvenLanes(_F4 lo, _F4 hi)
+{
+    return __builtin_shufflevector(lo, hi, 0, 2, 4, 6);
+}
+static inline _F4 _OddLanes(_F4 lo, _F4 hi)
+{
+    return __builtin_shufflevector(lo, hi, 1, 3, 5, 7);
+}
+static inline _F4 _InterleaveLow(_F4 a, _F4 b)
+{
+    return __builtin_shufflevector(a, b, 0, 4, 1, 5);
+}
+static inline _F4 _InterleaveHigh(_F4 a, _F4 b)
+{
+    return __builtin_shufflevector(a, b, 2, 6, 3, 7);
+}
+
+/* Lanes 0-1 or 2-3 widened to double, and two doubles each rounded to
+ * float and joined into four lanes (low half first). Going through four
+ * doubles lets the compiler find the widening and narrowing instructions
+ * that work on register halves (cvtps2pd, fcvtl2, fcvtn2). */
+static inline _D2 _WidenLow(_F4 v)
+{
+    const _D4 w = __builtin_convertvector(v, _D4);
+    return __builtin_shufflevector(w, w, 0, 1);
+}
+static inline _D2 _WidenHigh(_F4 v)
+{
+    const _D4 w = __builtin_convertvector(v, _D4);
+    return __builtin_shufflevector(w, w, 2, 3);
+}
+static inline _F4 _Narrow(_D2 lo, _D2 hi)
+{
+    return __builtin_convertvector(__builtin_shufflevector(lo, hi, 0, 1, 2, 3),
+                                   _F4);
+}
+
+/* Lane-wise choice: a where the mask lane is all ones, else b. */
+static inline _D2 _Select(_L2 mask, _D2 a, _D2 b)
+{
+    return (_D2)((mask & (_L2)a) | (~mask & (_L2)b));
+}
+
+/* A few operations that the generic vectors lack, or that the compiler does
+ * not find in them every time, name the processor's own instruction where
+ * there is one. Each branch gives the same bits. */
+
+/* True when any lane of a comparison mask is set. */
+static inline bool _AnyLane(_I4 mask)
+{
+#if defined(__SSE2__)
+    return _mm_movemask_ps((__m128)mask) != 0;
+#else
+    const _L2 halves = (_L2)mask;
+    return (halves[0] | halves[1]) != 0;
+#endif
+}
+
+/* Larger of a and b as x86's maxps gives it: b when either is NaN (or when
+ * they are equal). */
+static inline _F4 _MaxF4(_F4 a, _F4 b)
+{
+#if defined(__SSE2__)
+    return (_F4)_mm_max_ps((__m128)a, (__m128)b);
+#else
+    return a > b ? a : b;
+#endif
+}
+
+/* Correctly rounded square root of each lane (IEEE fixes its result). */
+static inline _D2 _SqrtD2(_D2 v)
+{
+#if defined(__SSE2__)
+    return (_D2)_mm_sqrt_pd((__m128d)v);
+#elif defined(__aarch64__)
+    return (_D2)vsqrtq_f64((float64x2_t)v);
+#else
+    return _D2{sqrt(v[0]), sqrt(v[1])};
+#endif
+}
+
+/* Float to 32-bit integer by truncation as x86's cvtt instructions give it
+ * on every machine: NaN and values out of range give INT32_MIN rather than
+ * undefined behaviour (a plain cast of such a value is undefined, and arm64
+ * would saturate instead). */
+static inline int32_t _TruncToInt32(double value)
+{
+    if (value > -2147483649.0 && value < 2147483648.0)
+        return (int32_t)value;
+    return INT32_MIN;
+}
+static inline int32_t _TruncToInt32(float value)
+{
+    return _TruncToInt32((double)value);
+}
+
+#endif
