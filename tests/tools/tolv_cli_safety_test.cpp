@@ -481,18 +481,13 @@ TEST(TolvMessages, SayWhatToChange)
  * reaches a pipe. */
 TEST(TolvProgress, ShowsTheTimeLeftOnATerminal)
 {
-    if (!kFiguresHold)
-        GTEST_SKIP() << "the run's timing is what is tested";
     ScratchDir dir;
     writeAudio(dir.path("in.wav"),
-               makeSignal(60 * 44100, 44100, {{{0.5, 440}}}), 1, 44100);
-    const std::vector<std::string> args = {"resample",
-                                           dir.path("in.wav"),
-                                           dir.path("o.wav"),
-                                           "--rate",
-                                           "48000",
-                                           "--order",
-                                           "800"};
+               makeSignal(20 * 44100, 44100, {{{0.5, 440}}}), 1, 44100);
+    const std::vector<std::string> args = {
+        "resample", dir.path("in.wav"), dir.path("o.wav"), "--rate", "48000"};
+    // Any run counts as long, so the bar shows on a machine of any speed.
+    setenv("TOLV_PROGRESS_AFTER", "0", 1);
     int master = -1;
     pid_t pid = forkpty(&master, nullptr, nullptr, nullptr);
     ASSERT_GE(pid, 0);

@@ -121,9 +121,19 @@ std::string takeLibraryErrors()
     return all;
 }
 
+namespace {
+double progressThreshold()
+{
+    const char *value = std::getenv("TOLV_PROGRESS_AFTER");
+    char *end = nullptr;
+    const double seconds = value ? std::strtod(value, &end) : 2.0;
+    return value && end != value && seconds >= 0.0 ? seconds : 2.0;
+}
+} // namespace
+
 Progress::Progress(const std::string &label, int64_t total)
     : label_(label), total_(total),
-      enabled_(isatty(STDERR_FILENO) && total > 0),
+      enabled_(isatty(STDERR_FILENO) && total > 0), after_(progressThreshold()),
       start_(std::chrono::steady_clock::now()), lastDraw_(start_)
 {}
 
@@ -140,10 +150,11 @@ void Progress::update(int64_t done)
     auto now = steady_clock::now();
     double elapsed = duration<double>(now - start_).count();
     if (!shown_) {
-        // Stay quiet for short work: show the bar only once half a second
-        // has passed and the whole job looks like taking two or more.
+        // Stay quiet for short work: show the bar only once a quarter of
+        // the threshold (half a second) has passed and the whole job looks
+        // like taking the threshold (two seconds) or more.
         double expected = elapsed * double(total_) / double(done);
-        if (elapsed < 0.5 || expected < 2.0)
+        if (elapsed < after_ / 4.0 || expected < after_)
             return;
     } else if (duration<double>(now - lastDraw_).count() < 0.1 &&
                done < total_) {

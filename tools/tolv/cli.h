@@ -61,7 +61,9 @@ void installMessageHandler();
 std::string takeLibraryErrors();
 
 /* A progress bar on stderr for work that runs longer than about two
- * seconds, drawn only when stderr is a terminal. */
+ * seconds, drawn only when stderr is a terminal. The environment variable
+ * TOLV_PROGRESS_AFTER (seconds) moves that threshold; its tests set 0 so
+ * that short runs draw the bar on machines of any speed. */
 class Progress {
   public:
     Progress(const std::string &label, int64_t total);
@@ -74,6 +76,7 @@ class Progress {
     int64_t total_;
     bool enabled_;
     bool shown_ = false;
+    double after_; /* expected seconds from which the bar is shown */
     std::chrono::steady_clock::time_point start_, lastDraw_;
 };
 
