@@ -6,6 +6,11 @@
 # BUILD_DIR/artifacts and makes the script fail. The wisdom file is kept out
 # of it: KEEL_DATA_PATH is emptied. With FUZZ_KEEP=1 the inputs that add
 # coverage are merged into fuzz/corpus/<target> afterwards (make fuzz-long).
+# The memory limit leaves room for the sanitizer's quarantine and the
+# allocator's caches on top of what the stream targets allocate (a second of
+# input per channel at rates up to the engines' bounds): they peak above
+# 2 GB, and an out-of-memory stop during the exit-time leak scan left the
+# process stopped for good instead of failing.
 set -eu
 build="$1"
 seconds="$2"
@@ -21,7 +26,7 @@ for t in $targets; do
     [ -f "$here/dict/$t.dict" ] && dict="-dict=$here/dict/$t.dict"
     if env KEEL_DATA_PATH= UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
         "$build/fuzz/${t}_fuzzer" -max_total_time="$seconds" -timeout=10 \
-        -rss_limit_mb=2048 -print_final_stats=1 $dict \
+        -rss_limit_mb=4096 -print_final_stats=1 $dict \
         -artifact_prefix="$build/artifacts/$t-" \
         "$build/corpus/$t" "$here/corpus/$t" >"$log" 2>&1; then
         result=ok
@@ -38,7 +43,7 @@ for t in $targets; do
     echo "fuzz $t: $result, ${runs:-?} runs in ${seconds} s, coverage ${cov:-?} edges, ${ft:-?} features, corpus ${corp:-?}"
     if [ "${FUZZ_KEEP:-0}" = 1 ] && [ "$result" = ok ]; then
         env KEEL_DATA_PATH= "$build/fuzz/${t}_fuzzer" -merge=1 \
-            -rss_limit_mb=2048 "$here/corpus/$t" "$build/corpus/$t" \
+            -rss_limit_mb=4096 "$here/corpus/$t" "$build/corpus/$t" \
             >>"$log" 2>&1
     fi
 done
