@@ -95,10 +95,11 @@ def test_a_killed_worker_takes_no_file_with_it(tmp_path):
 
     def kill_one_worker():
         # A worker's process is a child of its nanny; kill the first that
-        # runs a command, while it runs.
+        # runs a command on this corpus, while it runs (only this test's
+        # commands: other tests may run the command at the same time).
         deadline = time.time() + 60
         while time.time() < deadline and not killed:
-            ps = subprocess.run(["pgrep", "-f", "tolv resample"],
+            ps = subprocess.run(["pgrep", "-f", "resample " + str(corpus)],
                                 capture_output=True, text=True).stdout
             for pid in ps.split():
                 ppid = open("/proc/%s/stat" % pid).read().split()[3]
