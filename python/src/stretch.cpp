@@ -1,12 +1,12 @@
 /* tolv.Stretcher and tolv.stretch: the linked multichannel engine of the
- * command, so that stereo stays stereo. The engine takes input only while
- * it has room, so input it has not taken waits in a queue. */
+ * command, so that stereo stays stereo, behind the command's queues. */
 #include <algorithm>
 #include <cmath>
+#include <memory>
 #include <vector>
 
 #include "common.h"
-#include "linked_stretch.h"
+#include "stretch_queue.h"
 #include "tolv.h"
 
 namespace tolvpy {
@@ -27,18 +27,16 @@ class Stretcher : public Handle {
             throw py::value_error("the stretcher cannot run " +
                                   std::to_string(rate) + " Hz with frame_ms " +
                                   std::to_string(frameMs));
-        engine_ = _LinkedStretchCreate(frameMs, rate, channels);
-        if (engine_ == nullptr)
+        queue_ = std::make_unique<_LinkedStretchQueue>(frameMs, rate, channels);
+        if (queue_->engine() == nullptr)
             raiseRuntime("cannot create the stretcher");
-        scratch_.resize(size_t(std::max<int64_t>(65536 / channels, frame)) *
-                        size_t(channels));
     }
     ~Stretcher() { close(); }
     void close()
     {
         if (!closed()) {
             markClosed();
-            _LinkedStretchDestroy(engine_);
+            queue_.reset();
         }
     }
     Floats process(const py::handle &x, double speed)
@@ -49,13 +47,11 @@ class Stretcher : public Handle {
         auto hold = use("Stretcher");
         {
             py::gil_scoped_release free;
-            pending_.insert(pending_.end(), b.data(),
-                            b.data() + b.frames * channels_);
             speed_ = float(speed);
             expected_ += double(b.frames) / speed;
-            pump();
+            queue_->feed(b.data(), b.frames, speed_);
         }
-        return take(int64_t(ready_.size()) / channels_, b.twoD);
+        return take(queue_->readyFrames(), b.twoD);
     }
     /* Feeds silence until the output covers the input, then trims. */
     Floats flush(bool twoD)
@@ -64,60 +60,35 @@ class Stretcher : public Handle {
         const int64_t want = std::llround(expected_) - given_;
         {
             py::gil_scoped_release free;
-            for (int round = 0;
-                 int64_t(ready_.size()) / channels_ < want && round < 4096;
-                 round++) {
-                pending_.resize(pending_.size() + 4096 * size_t(channels_),
-                                0.0f);
-                pump();
-            }
+            for (int round = 0; queue_->readyFrames() < want && round < 4096;
+                 round++)
+                queue_->feed(nullptr, 4096, speed_);
         }
         Floats y = take(std::max<int64_t>(0, want), twoD);
-        ready_.clear();
-        pending_.clear();
+        queue_->clear();
         return y;
     }
     int64_t sourcePosition(int64_t outputPosition)
     {
         auto hold = use("Stretcher");
-        return _LinkedStretchTranslate(engine_, outputPosition);
+        return _LinkedStretchTranslate(queue_->engine(), outputPosition);
     }
     int channels() const { return channels_; }
     int rate() const { return rate_; }
 
   private:
-    void pump()
-    {
-        const int capacity = int(scratch_.size() / size_t(channels_));
-        for (;;) {
-            int taken = 0;
-            if (!pending_.empty())
-                taken = _LinkedStretchInput(
-                    engine_, pending_.data(),
-                    int(pending_.size() / size_t(channels_)), speed_);
-            pending_.erase(pending_.begin(),
-                           pending_.begin() + long(taken) * channels_);
-            const int made =
-                _LinkedStretchOutput(engine_, scratch_.data(), capacity);
-            ready_.insert(ready_.end(), scratch_.begin(),
-                          scratch_.begin() + long(made) * channels_);
-            if (taken == 0 && made == 0)
-                return;
-        }
-    }
     Floats take(int64_t frames, bool twoD)
     {
-        frames = std::min<int64_t>(frames, int64_t(ready_.size()) / channels_);
+        frames = std::min<int64_t>(frames, queue_->readyFrames());
         Floats y = newBlock(frames, channels_, twoD);
-        std::copy(ready_.begin(), ready_.begin() + long(frames) * channels_,
+        std::copy(queue_->ready(), queue_->ready() + frames * channels_,
                   y.mutable_data());
-        ready_.erase(ready_.begin(), ready_.begin() + long(frames) * channels_);
+        queue_->drop(frames);
         given_ += frames;
         return y;
     }
     int channels_, rate_;
-    _TOLV_LINKED_STRETCH *engine_ = nullptr;
-    std::vector<float> pending_, ready_, scratch_;
+    std::unique_ptr<_LinkedStretchQueue> queue_;
     float speed_ = 1.0f;
     double expected_ = 0.0;
     int64_t given_ = 0;

@@ -13,7 +13,7 @@
 #include "audio.h"
 #include "cli.h"
 #include "commands.h"
-#include "linked_stretch.h"
+#include "stretch_queue.h"
 #include "tolv.h"
 
 namespace cli {
@@ -130,76 +130,34 @@ StretchOptions parseStretch(const Arguments &argv)
     return o;
 }
 
-/* The linked engine over every channel, with queues of interleaved input
- * it has not taken yet and output not written yet. */
+/* The linked engine over every channel behind its queues. */
 struct Stretcher {
-    _TOLV_LINKED_STRETCH *engine;
-    size_t channels;
-    std::vector<float> pending, ready, scratch;
-    int64_t made = 0; /* output frames given so far */
+    _LinkedStretchQueue queue;
     float speed;
     int64_t expected = INT64_MAX;
     CursorLog cursor;
     Stretcher(int channels, const StretchOptions &o, int rate, int64_t frame)
-        : engine(_LinkedStretchCreate(int(o.frameMs), rate, channels)),
-          channels(size_t(channels)),
-          // Output comes in whole blocks of half a frame, never more than
-          // asked for once the capacity holds one block.
-          scratch(size_t(std::max<int64_t>(65536 / channels, frame)) *
-                  size_t(channels)),
-          speed(float(o.speed)), cursor(!o.cursor.empty(), frame)
+        : queue(int(o.frameMs), rate, channels), speed(float(o.speed)),
+          cursor(!o.cursor.empty(), frame)
     {
-        if (engine == nullptr)
+        if (queue.engine() == nullptr)
             throw Failure("the stretcher could not be created");
-    }
-    ~Stretcher() { _LinkedStretchDestroy(engine); }
-    Stretcher(const Stretcher &) = delete;
-    Stretcher &operator=(const Stretcher &) = delete;
-
-    /* Offers the pending input and collects whatever output that allows,
-     * until the engine neither takes nor gives anything. */
-    void pump()
-    {
-        const int capacity = int(scratch.size() / channels);
-        for (;;) {
-            int taken = 0;
-            if (!pending.empty())
-                taken =
-                    _LinkedStretchInput(engine, pending.data(),
-                                        int(pending.size() / channels), speed);
-            pending.erase(pending.begin(),
-                          pending.begin() + long(size_t(taken) * channels));
-            const int made =
-                _LinkedStretchOutput(engine, scratch.data(), capacity);
-            ready.insert(ready.end(), scratch.begin(),
-                         scratch.begin() + long(size_t(made) * channels));
-            this->made += made;
-            if (taken == 0 && made == 0)
-                return;
-        }
     }
     /* Queues `got` interleaved frames (or silence, for a null block). */
     void feed(const float *frames, int64_t got)
     {
-        const size_t count = size_t(got) * channels;
-        if (frames != nullptr)
-            pending.insert(pending.end(), frames, frames + count);
-        else
-            pending.resize(pending.size() + count, 0.0f);
-        pump();
-        cursor.note(engine, made);
+        queue.feed(frames, got, speed);
+        cursor.note(queue.engine(), queue.made());
     }
     /* Writes what is ready, up to the expected length. */
     void drain(AudioWriter &writer)
     {
-        const int64_t count =
-            std::min<int64_t>(int64_t(ready.size() / channels),
-                              expected - writer.framesWritten());
+        const int64_t count = std::min<int64_t>(
+            queue.readyFrames(), expected - writer.framesWritten());
         if (count <= 0)
             return;
-        writer.write(ready.data(), count);
-        ready.erase(ready.begin(),
-                    ready.begin() + long(size_t(count) * channels));
+        writer.write(queue.ready(), count);
+        queue.drop(count);
     }
 };
 } // namespace
