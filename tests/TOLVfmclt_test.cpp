@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "keel.h"
-#include "signal_test_support.h"
+#include "support/signal.h"
 #include "tolv.h"
 
 namespace {

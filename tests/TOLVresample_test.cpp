@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "signal_test_support.h"
+#include "support/signal.h"
 
 namespace {
 

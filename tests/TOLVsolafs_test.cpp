@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "signal_test_support.h"
+#include "support/signal.h"
 
 namespace {
 

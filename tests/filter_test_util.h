@@ -15,7 +15,7 @@
 #include "TOLVfilter/design.h"
 #include "TOLVfilter/filter.h"
 #include "keel.h"
-#include "signal_test_support.h"
+#include "support/signal.h"
 
 using tolv_test::UniformNoise;
 using FilterPtr = std::unique_ptr<_TOLV_FILTER, int (*)(_TOLV_FILTER *)>;

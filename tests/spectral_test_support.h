@@ -13,7 +13,7 @@
 #include <fftw3.h>
 
 #include "keel.h"
-#include "signal_test_support.h"
+#include "support/signal.h"
 
 namespace spectral_test {
 

@@ -12,7 +12,7 @@
 
 #include "keel.h"
 #include "linked_stretch.h"
-#include "signal_test_support.h"
+#include "support/signal.h"
 #include "tolv.h"
 
 namespace {

@@ -4,8 +4,8 @@
  * out of the developer's data folder when a program is run by hand (ctest
  * already clears KEEL_DATA_PATH).
  */
-#ifndef TOLV_TESTS_SIGNAL_TEST_SUPPORT_H
-#define TOLV_TESTS_SIGNAL_TEST_SUPPORT_H
+#ifndef TOLV_TESTS_SUPPORT_SIGNAL_H
+#define TOLV_TESTS_SUPPORT_SIGNAL_H
 
 #include <gtest/gtest.h>
 
