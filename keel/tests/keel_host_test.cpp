@@ -1,5 +1,6 @@
 // Messages, memory descriptors, files, threads and mutexes.
 #include "keel.h"
+#include "support/messages.h"
 
 #include <gtest/gtest.h>
 
@@ -15,40 +16,23 @@
 
 namespace {
 
-// Collects "level code text" of each message while alive; the default
-// output (stderr) comes back afterwards.
-struct MessageCapture {
-    std::vector<std::string> seen;
-    MessageCapture()
-    {
-        KEELDEBUG_SetMessageHandler(
-            [](int level, int code, const char *text, void *user) {
-                static_cast<std::vector<std::string> *>(user)->push_back(
-                    std::to_string(level) + " " + std::to_string(code) + " " +
-                    text);
-            },
-            &seen);
-    }
-    ~MessageCapture() { KEELDEBUG_SetMessageHandler(nullptr, nullptr); }
-};
-
 TEST(KeelDebug, EachLevelReachesTheHandlerFormattedThenStderrComesBack)
 {
     const std::string body(100000, 'x'); // longer than any first buffer
     {
-        MessageCapture capture;
+        tolv_test::Messages capture;
         KEELDEBUG_Log(-1, "plain %d", 1);
         KEELDEBUG_Warning(-1, "%s: KEEL_DATA_PATH not set!",
                           "__InitializeFFTWPlans");
         KEELDEBUG_Error(7, "rate %u\n", 44100u);
         KEELDEBUG_TerminalError(-1, "Invalid %s.", "object"); // returns
         KEELDEBUG_Error(-1, "<%s|%d>", body.c_str(), 42);
-        EXPECT_EQ(capture.seen,
-                  (std::vector<std::string>{
-                      "0 -1 plain 1",
-                      "1 -1 __InitializeFFTWPlans: KEEL_DATA_PATH not set!",
-                      "2 7 rate 44100\n", // the line feed stays
-                      "3 -1 Invalid object.", "2 -1 <" + body + "|42>"}));
+        EXPECT_EQ(capture.All(),
+                  "0 -1 plain 1\n"
+                  "1 -1 __InitializeFFTWPlans: KEEL_DATA_PATH not set!\n"
+                  "2 7 rate 44100\n\n" // the line feed stays
+                  "3 -1 Invalid object.\n2 -1 <" +
+                      body + "|42>\n");
     }
     testing::internal::CaptureStderr();
     KEELDEBUG_Log(-1, "one");
@@ -108,7 +92,7 @@ TEST(KeelMem, DisplayReportsThroughTheLogAndStaleHandlesAreRefused)
     KEELMEM_NewEx(mem, 100, 0);
     KEELMEM_NewFloatVector(mem, 25);
     KEELMEM_NewAligned(mem, 64, 28);
-    MessageCapture capture;
+    tolv_test::Messages capture;
     EXPECT_EQ(KEELMEM_DisplayMemDescr(mem), 1);
     EXPECT_EQ(KEELMEM_GetObjectCount(mem), 3); // displaying disposes of nothing
     EXPECT_EQ(KEELMEM_DisposeMemDescr(mem), 1);
@@ -120,10 +104,8 @@ TEST(KeelMem, DisplayReportsThroughTheLogAndStaleHandlesAreRefused)
         EXPECT_EQ(KEELMEM_GetName(gone), nullptr);
     }
     EXPECT_EQ(KEELMEM_NewEx(nullptr, 16, 0), nullptr);
-    EXPECT_EQ(capture.seen,
-              std::vector<std::string>{
-                  "0 -1 Memory descriptor \"TOLV_XcorCoef local mem\": "
-                  "3 objects, 228 bytes\n"});
+    EXPECT_EQ(capture.All(), "0 -1 Memory descriptor \"TOLV_XcorCoef local "
+                             "mem\": 3 objects, 228 bytes\n\n");
 }
 
 TEST(KeelIo, RawBytesRoundTripModesAndNullHandles)
