@@ -8,6 +8,10 @@
 
 namespace {
 
+const auto Copy = [](const FilterPtr &d, const FilterPtr &s) {
+    return TOLV_CopyFilterMemories(d.get(), s.get());
+};
+
 // Direct form II of one channel: coefficients divided by a[0] in f64 and
 // rounded, every product and sum in f32, taps in order, the w[n] term last.
 Floats DirectModel(const Doubles &b, const Doubles &a, Floats v)
@@ -41,11 +45,11 @@ Floats CascadeModel(const Doubles &q, Floats v)
     return v;
 }
 
-// nb, na: coefficient counts of a direct form (a[0] != 1, |a[k]| summing
-// below it); S < 0 for it, else the count of sections with poles of radius
-// 0.8 to 0.9. One section, and 64 channels of 8, take the frame-by-frame
-// walk, the others the skewed one. The stream goes in blocks of random
-// whole frames, empty ones included.
+// A direct form of nb, na coefficients (a[0] != 1, |a[k]| summing below
+// it) where S < 0, else S sections with poles of radius 0.8 to 0.9. One
+// section, and 64 channels of 8, take the frame-by-frame walk, the others
+// the skewed one. The stream goes in blocks of random whole frames, empty
+// ones included.
 TEST(FilterRun, BothFormsAgainstModelsInRandomBlocks)
 {
     const struct {
@@ -66,25 +70,21 @@ TEST(FilterRun, BothFormsAgainstModelsInRandomBlocks)
                                (1 - rad) * r[2], (1 - rad) * r[3], r[4]});
         }
         FilterPtr f = c.S < 0 ? Coefs(c.M, b, a) : Biquads(c.M, q);
-        Floats y(x.size(), NAN);
+        Floats y(x.size(), NAN), v, got;
         for (size_t at = 0, n = 0, seed = c.M; at < x.size(); at += n) {
             seed = (seed * 1103515245u + 12345u) & 0xFFFFFFFFu;
             n = std::min((seed >> 16) % 97 * c.M, x.size() - at);
             EXPECT_EQ(TOLV_Filter(f.get(), &x[at], &y[at], n), 1);
         }
-        for (int ch = 0; ch < c.M; ch++) {
-            Floats v, got;
-            for (size_t p = ch; p < x.size(); p += c.M) {
-                v.push_back(x[p]);
-                got.push_back(y[p]);
-            }
+        for (int ch = 0; ch < c.M; ch++, v.clear(), got.clear()) {
+            for (size_t p = ch; p < x.size(); p += c.M)
+                v.push_back(x[p]), got.push_back(y[p]);
             v = c.S < 0 ? DirectModel(b, a, v) : CascadeModel(q, v);
             ASSERT_EQ(Bits(got), Bits(v)) << c.M << " " << c.S << " " << ch;
         }
     }
 }
 
-// The walk, per form.
 const Doubles kB = {0.2, -0.1, 0.3, 0.05}, kA = {1.5, -0.9, 0.4, -0.1},
               kQ = {-1.2, 0.81, 0.5, 0.3, 0.2, 0.3, 0.81, 1.1, -0.4, 0.7};
 using Maker = FilterPtr (*)(int M);
@@ -118,8 +118,7 @@ TEST_P(Walk, FramesOfAnyCall)
     for (const auto &k : calls) {
         FilterPtr f = GetParam()(k.M), g = GetParam()(k.M), t = GetParam()(k.M);
         Floats y(x.size(), 7.0f), want = y, same = x, sameWant = x;
-        EXPECT_EQ(
-            TOLV_FilterEx(f.get(), &x[0], &y[0], k.count, k.start, k.step), 1);
+        TOLV_FilterEx(f.get(), &x[0], &y[0], k.count, k.start, k.step);
         TOLV_FilterEx(g.get(), &same[0], &same[0], k.count, k.start, k.step);
         for (uint32_t p = k.start;
              (int32_t)p <= (int32_t)(k.count - k.M) && (int32_t)p >= 0;
@@ -127,21 +126,20 @@ TEST_P(Walk, FramesOfAnyCall)
             TOLV_FilterEx(t.get(), &x[0], &want[0], p + k.M, p, k.M);
             std::copy_n(&want[p], k.M, &sameWant[p]);
         }
-        EXPECT_EQ(Bits(y), Bits(want)) << k.count << " " << k.start;
-        EXPECT_EQ(Bits(same), Bits(sameWant)) << k.count << " " << k.start;
+        EXPECT_TRUE(Bits(y) == Bits(want) && Bits(same) == Bits(sameWant))
+            << k.count << " " << k.start << " " << k.step;
     }
     // With the output one element ahead, each frame reads what the one
     // before it wrote, as frame-at-a-time calls would.
     Floats whole = x, single = x;
-    TOLV_Filter(GetParam()(1).get(), &whole[0], &whole[1], 299);
+    EXPECT_EQ(TOLV_Filter(GetParam()(1).get(), &whole[0], &whole[1], 299), 1);
     FilterPtr g = GetParam()(1);
     for (size_t p = 0; p < 299; p++)
-        TOLV_Filter(g.get(), &single[p], &single[p + 1], 1);
-    EXPECT_EQ(Bits(whole), Bits(single));
+        TOLV_FilterEx(g.get(), &single[p], &single[p + 1], 1, 0, 1);
     for (int i = 0; i < 3; i++) { // null arguments are refused
         float *in = i == 1 ? nullptr : &whole[0], *out = i == 2 ? nullptr : in;
-        EXPECT_EQ(TOLV_Filter(i ? g.get() : nullptr, in, out, 4), 0);
-        EXPECT_EQ(TOLV_FilterEx(i ? g.get() : nullptr, in, out, 4, 0, 1), 0);
+        EXPECT_FALSE(TOLV_Filter(i ? g.get() : nullptr, in, out, 4) ||
+                     TOLV_FilterEx(i ? g.get() : nullptr, in, out, 4, 0, 1));
     }
     EXPECT_EQ(Bits(whole), Bits(single));
 }
@@ -153,13 +151,14 @@ INSTANTIATE_TEST_SUITE_P(Filter, Walk, ::testing::ValuesIn(kForms));
 TEST(FilterRun, RingsBeyondThirtyTwoBitIndicesAreRefused)
 {
     const Doubles b(65536, 0.0), a = {1.0};
-    EXPECT_EQ(Coefs(32768, b, a), nullptr);
-    EXPECT_EQ(Coefs(-2000000000, {1, 2, 3}, a), nullptr);
-    EXPECT_EQ(Make("numerator=[1 0.5], denominator=[1 2], nc=2000000000"),
-              nullptr);
+    EXPECT_TRUE(!Coefs(32768, b, a) && !Coefs(-2000000000, {1, 2, 3}, a) &&
+                !Make("numerator=[1 2], denominator=[1 2], nc=2000000000"));
     EXPECT_NE(Coefs(16, b, a), nullptr);
 }
 
+// A reset filter is a new one; new coefficients take over at the next frame
+// on the old memory, as a filter with them and a copy of the memory; counts
+// and records that do not fit are refused.
 TEST(FilterMemories, ResetUpdateAndRefusals)
 {
     const Floats x1 = UniformNoise(2 * 77, 22), x2 = UniformNoise(2 * 50, 24);
@@ -171,50 +170,45 @@ TEST(FilterMemories, ResetUpdateAndRefusals)
                   Bits(Filtered(make(2).get(), x2)));
     }
     EXPECT_EQ(TOLV_ResetFilter(nullptr), 0);
-    // New coefficients take over at the next frame on the old memory: a
-    // filter with the new coefficients and a copy of the memory.
     Doubles q2 = kQ, big(5 * 65537, 0.0);
     q2[2] = 0.8;
     FilterPtr f = Biquads(2, kQ), twin = Biquads(2, kQ), moved = Biquads(2, q2);
     Filtered(f.get(), x1);
     Filtered(twin.get(), x1);
-    ASSERT_EQ(TOLV_CopyFilterMemories(moved.get(), twin.get()), 1);
-    Messages log; // refused counts leave the coefficients alone
-    EXPECT_EQ(TOLV_UpdateFilterBiquads(f.get(), 2, nullptr), 0);
-    EXPECT_EQ(TOLV_UpdateFilterBiquads(f.get(), 1, &big[0]), 0);
-    EXPECT_EQ(TOLV_UpdateFilterBiquads(f.get(), 65537, &big[0]), 0);
-    EXPECT_EQ(TOLV_UpdateFilterBiquads(kForms[0](1).get(), 0, &big[0]), 0);
+    ASSERT_EQ(Copy(moved, twin), 1);
+    Messages log;
+    EXPECT_FALSE(TOLV_UpdateFilterBiquads(f.get(), 2, nullptr) ||
+                 TOLV_UpdateFilterBiquads(f.get(), 1, &big[0]) ||
+                 TOLV_UpdateFilterBiquads(f.get(), 65537, &big[0]) ||
+                 TOLV_UpdateFilterBiquads(kForms[0](1).get(), 0, &big[0]));
     EXPECT_EQ(TOLV_UpdateFilterBiquads(f.get(), 2, q2.data()), 1);
     const Floats y = Filtered(f.get(), x2);
     EXPECT_EQ(Bits(y), Bits(Filtered(moved.get(), x2)));
     EXPECT_NE(Bits(y), Bits(Filtered(Biquads(2, q2).get(), x2)));
-    EXPECT_EQ(TOLV_CreateFilterFromBiquads(1, 1, nullptr), nullptr);
-    EXPECT_EQ(Biquads(1, big), nullptr);
+    EXPECT_TRUE(!TOLV_CreateFilterFromBiquads(1, 1, nullptr) &&
+                !Biquads(1, big));
     EXPECT_EQ(Texts(log), Strings(2, "TOLV_CreateFilterFromBiquads: Too many "
                                      "biquads (65537)\n"));
     big.resize(5 * 65536);
     big[2] = 1;
     FilterPtr most = Biquads(1, big);
     big[2] = 5; // the filter keeps its own records
-    ASSERT_NE(most, nullptr);
     EXPECT_TRUE(SOS(most)->allocatedSections == 65536 &&
                 SOS(most)->numSections == 65536 && SOS(most)->sections[2] == 1);
 }
 
-// Rings marked with values to see what each copy moves and clears.
+// Rings marked with values, to see what each copy moves and clears.
 TEST(FilterMemories, DirectFormCopies)
 {
-    // Equal orders: rows as they lie, and head restarts at the last row.
-    FilterPtr src = Coefs(2, kB, kA), dst = Coefs(2, kB, kA);
-    Filtered(src.get(), UniformNoise(2 * 3, 26));
-    ASSERT_EQ(DF(src)->head, 1);
-    EXPECT_EQ(TOLV_CopyFilterMemories(dst.get(), src.get()), 1);
-    EXPECT_EQ(DF(dst)->head, 3);
-    EXPECT_TRUE(
-        std::equal(DF(dst)->memory, DF(dst)->memory + 8, DF(src)->memory));
     // A longer destination: the clear starts at four times the first
     // uncopied row, so rows 1-3 keep their contents, 4-7 are cleared and the
-    // rest of the stretch lies past the ring (all of it for order 3).
+    // rest of the stretch lies past the ring (all of it for order 3). Equal
+    // orders copy the rows as they lie. Head restarts at the last row.
+    FilterPtr src = Coefs(2, kB, kA), dst = Coefs(2, kB, kA);
+    Filtered(src.get(), UniformNoise(2 * 3, 26)); // head ends on row 1
+    EXPECT_TRUE(
+        Copy(dst, src) && DF(dst)->head == 3 &&
+        std::equal(DF(dst)->memory, DF(dst)->memory + 8, DF(src)->memory));
     const struct {
         int M, order;
         Floats ring;
@@ -227,11 +221,12 @@ TEST(FilterMemories, DirectFormCopies)
     for (const auto &k : cases) {
         FilterPtr s = Coefs(k.M, {2}, {1}),
                   d = Coefs(k.M, Doubles(k.order + 1, 0.1), {1});
+        Filtered(s.get(), Floats(k.M * 3, 0)); // head ends on row 0
         for (int i = 0; i < k.M; i++)
             DF(s)->memory[i] = 100.0f + i;
         for (size_t i = 0; i < k.ring.size(); i++)
             DF(d)->memory[i] = -1.0f - i;
-        EXPECT_EQ(TOLV_CopyFilterMemories(d.get(), s.get()), 1);
+        EXPECT_EQ(Copy(d, s), 1);
         EXPECT_EQ(Floats(DF(d)->memory, DF(d)->memory + k.ring.size()), k.ring);
         EXPECT_EQ(DF(d)->head, k.order);
     }
@@ -244,9 +239,8 @@ TEST(FilterMemories, DirectFormCopies)
     DF(longer)->memory[1] = 3;
     FilterPtr shorter = Coefs(1, {0, 1, 10}, {1}),
               again = Coefs(1, {0, 1, 10}, {1});
-    EXPECT_EQ(TOLV_CopyFilterMemories(shorter.get(), longer.get()), 1);
-    EXPECT_EQ(TOLV_CopyFilterMemories(again.get(), shorter.get()), 1);
-    EXPECT_EQ(DF(again)->head, 5);
+    EXPECT_TRUE(Copy(shorter, longer) && Copy(again, shorter) &&
+                DF(again)->head == 5);
     for (const FilterPtr *g : {&shorter, &again})
         EXPECT_EQ(Filtered(g->get(), {1, 2, 3, 4, 5, 6}),
                   (Floats{32, 32, 32, 32, 24, 45}));
@@ -254,14 +248,9 @@ TEST(FilterMemories, DirectFormCopies)
 
 TEST(FilterMemories, SectionCopies)
 {
-    // Equal counts carry ring and head over: the two go on as one.
-    FilterPtr src = Biquads(2, kQ), dst = Biquads(2, kQ);
-    Filtered(src.get(), UniformNoise(2 * 7, 27));
-    EXPECT_EQ(TOLV_CopyFilterMemories(dst.get(), src.get()), 1);
-    const Floats x = UniformNoise(2 * 100, 29);
-    EXPECT_EQ(Bits(Filtered(dst.get(), x)), Bits(Filtered(src.get(), x)));
-    // The clear for channel c starts at srcS + M c: for channel 0 exactly
-    // the added sections, for later ones elsewhere in the row, and the last
+    // Equal counts carry ring and head over: the two go on as one. The
+    // clear for channel c starts at srcS + M c: for channel 0 exactly the
+    // added sections, for later ones elsewhere in the row, and the last
     // row's last clear runs past the ring.
     const struct {
         int M, srcS, dstS;
@@ -269,6 +258,7 @@ TEST(FilterMemories, SectionCopies)
         int srcHead, head;
     } cases[] = {
         // clang-format off
+        {1, 2, 2, {100, 101}, {106, 107}, 3, 3},
         {2, 1, 3, {100, 0, 0, 0, 0, -6}, {106, 0, 0, 0, 0, -24}, 1, 1},
         {3, 1, 2, {100, 0, 101, -4, 102, -6}, {109, 0, 110, -22, 111, -24}, 2, 2},
         {2, 3, 1, {100, 103}, {118, 121}, 3, 3},
@@ -277,32 +267,34 @@ TEST(FilterMemories, SectionCopies)
         // clang-format on
     };
     for (const auto &k : cases) {
-        FilterPtr s = Biquads(k.M, Doubles(5 * k.srcS, 0.0)),
-                  d = Biquads(k.M, Doubles(5 * k.dstS, 0.0));
+        FilterPtr s = Biquads(k.M, Doubles(5 * k.srcS, 0.5)),
+                  d = Biquads(k.M, Doubles(5 * k.dstS, 0.5));
         for (int i = 0; i < 4 * k.M * k.srcS; i++)
             SOS(s)->memory[i] = 100 + i;
         for (int i = 0; i < 4 * k.M * k.dstS; i++)
             SOS(d)->memory[i] = -1 - i;
         SOS(s)->head = k.srcHead;
         SOS(d)->head = 1;
-        EXPECT_EQ(TOLV_CopyFilterMemories(d.get(), s.get()), 1);
+        EXPECT_EQ(Copy(d, s), 1);
         const double *m = SOS(d)->memory;
         const size_t row = k.row0.size();
         EXPECT_EQ(Doubles(m, m + row), k.row0);
         EXPECT_EQ(Doubles(m + 3 * row, m + 4 * row), k.row3);
         EXPECT_EQ(SOS(d)->head, k.head);
+        EXPECT_TRUE(k.srcS != k.dstS ||
+                    Filtered(s.get(), {1, 2}) == Filtered(d.get(), {1, 2}));
     }
     // Refusals: a null filter, another form, channel count or type code.
-    FilterPtr typed = Biquads(2, kQ), direct = kForms[0](2),
-              mono = kForms[1](1);
+    FilterPtr dst = Biquads(2, kQ), typed = Biquads(2, kQ);
+    Filtered(dst.get(), {1, 2, 3, 4, 5, 6});
     const Doubles before(SOS(dst)->memory, SOS(dst)->memory + 16);
     typed->filterType = 1; // as a designed highpass
     EXPECT_EQ(TOLV_CopyFilterMemories(nullptr, typed.get()), 0);
-    for (_TOLV_FILTER *s :
-         {(_TOLV_FILTER *)0, direct.get(), mono.get(), typed.get()})
-        EXPECT_EQ(TOLV_CopyFilterMemories(dst.get(), s), 0);
-    EXPECT_EQ(Doubles(SOS(dst)->memory, SOS(dst)->memory + 16), before);
-    EXPECT_EQ(SOS(dst)->head, SOS(src)->head);
+    for (const FilterPtr &s :
+         {Own(nullptr), kForms[0](2), kForms[1](1), std::move(typed)})
+        EXPECT_EQ(Copy(dst, s), 0);
+    EXPECT_TRUE(Doubles(SOS(dst)->memory, SOS(dst)->memory + 16) == before &&
+                SOS(dst)->head == 1);
 }
 
 int NotAFilter(_TOLV_FILTER *, const float *, float *, uint32_t, uint32_t,
@@ -340,11 +332,9 @@ TEST(FilterMemories, NegativeChannelCountsOwnEmptyRings)
             Coefs(M, kB, kA), Coefs(M, {0.2, 0.4}, kA), Biquads(M, kQ),
             Biquads(M, {-1.2, 0.5, 0.1, 0.2, 0.1}),
             Own(TOLV_CreateFilter("order=4, fpass=0.25, nc=%d", M))};
-        for (int i = 0; i < 5; i++) {
-            ASSERT_TRUE(f[i] != nullptr && TOLV_ResetFilter(f[i].get()) == 1);
-            EXPECT_TRUE(i == 4 ||
-                        TOLV_CopyFilterMemories(f[i].get(), f[i ^ 1].get()));
-        }
+        for (int i = 0; i < 5; i++)
+            EXPECT_TRUE(TOLV_ResetFilter(f[i].get()) &&
+                        (i == 4 || Copy(f[i], f[i ^ 1])));
     }
 }
 

@@ -18,16 +18,13 @@
 namespace {
 
 const char *const kSpecs[] = {
-    "type=lowpass, approximation=butterworth, fpass=1000, fstop=2000, Ap=1, "
-    "As=40, fs=16000",
+    // clang-format off
+    "type=lowpass, approximation=butterworth, fpass=1000, fstop=2000, Ap=1, As=40, fs=16000",
     "type=hp, approximation=cheby1, fpass=0.4, fstop=0.3, Ap=0.5, As=50, nc=2",
-    "type=bandpass, approximation=cheby2, fpass1=300, fpass2=3400, fstop1=200, "
-    "fstop2=4000, As=60, "
-    "fs=16000",
-    "type=bs, approximation=ellip, fpass1=0.2, fpass2=0.6, fstop1=0.3, "
-    "fstop2=0.45, Ap=1, As=60",
-    "biquads=[-1.2 0.5 0.1 0.2 0.1; -0.3 0.1 1 2 1]",
-    "numerator=[0.2 0.4 0.2], denominator=[1 -0.5 0.1]",
+    "type=bandpass, approximation=cheby2, fpass1=300, fpass2=3400, fstop1=200, fstop2=4000, As=60, fs=16000",
+    "type=bs, approximation=ellip, fpass1=0.2, fpass2=0.6, fstop1=0.3, fstop2=0.45, Ap=1, As=60",
+    "biquads=[-1.2 0.5 0.1 0.2 0.1; -0.3 0.1 1 2 1]", "numerator=[0.2 0.4 0.2], denominator=[1 -0.5 0.1]",
+    // clang-format on
 };
 const struct {
     int in, out;
@@ -36,16 +33,14 @@ const struct {
               {8000, 16000, "order=12"},
               {48000, 32000, "type=zoh"},
               {11025, 22050, "type=poly, delaycompensation=off"}};
-const int kSpecCount = 6, kWork = 10, kThreads = 4;
 
-/* Work i, as bits: the impulse response of design i over two channels'
- * worth of interleaved samples, or a block of a fresh converter and its
- * flush. */
+/* Work i as bits: the impulse response of design i over two channels'
+ * worth of samples, or a block of a fresh converter and its flush. */
 std::vector<uint32_t> Work(int i)
 {
     std::vector<float> in(512, 0.0f), out(8192, 0.0f);
     int n = 512;
-    if (i < kSpecCount) {
+    if (i < 6) {
         _TOLV_FILTER *filter = TOLV_CreateFilter("%s", kSpecs[i]);
         if (filter == nullptr)
             return {};
@@ -53,30 +48,28 @@ std::vector<uint32_t> Work(int i)
         TOLV_Filter(filter, in.data(), out.data(), n);
         TOLV_DestroyFilter(filter);
     } else {
-        const auto &pair = kPairs[i - kSpecCount];
-        _TOLV_RESAMPLE *r = TOLV_ResampleInit(pair.in, pair.out, pair.config);
+        _TOLV_RESAMPLE *r = TOLV_ResampleInit(
+            kPairs[i - 6].in, kPairs[i - 6].out, kPairs[i - 6].config);
         for (int k = 0; k < 256; k++)
             in[k] = (float)((k * 13) % 29) / 29.0f - 0.5f;
         n = TOLV_Resample(r, in.data(), out.data(), 256);
         n += TOLV_ResampleFlushBuffersEx(r, out.data() + n, 0);
         TOLV_ResampleDestroy(r);
     }
-    std::vector<uint32_t> bits(n);
-    memcpy(bits.data(), out.data(), n * sizeof(float));
-    return bits;
+    return std::vector<uint32_t>((uint32_t *)out.data(),
+                                 (uint32_t *)out.data() + n);
 }
 
 TEST(DesignStress, FiltersAndPrototypesDesignedAtOnceMatchTheirLoneDesigns)
 {
     std::vector<std::vector<uint32_t>> alone;
-    for (int i = 0; i < kWork; i++)
+    for (int i = 0; i < 10; i++)
         alone.push_back(Work(i));
-    for (int i = 0; i < kSpecCount; i++)
+    for (int i = 0; i < 6; i++)
         ASSERT_FALSE(alone[i].empty()) << kSpecs[i];
     std::atomic<bool> done{false};
     std::atomic<int> started{0}, mismatches{0};
-    /* Writes to the settings store while the designs read it. */
-    std::thread writer([&] {
+    std::thread writer([&] { // writes the settings while the designs read them
         for (int i = 0; !done.load(); i++) {
             KEELSETTINGS_SetValueEx(nullptr, "tolv.fftw.max_plan_len=%d",
                                     1024 + i % 7);
@@ -86,16 +79,13 @@ TEST(DesignStress, FiltersAndPrototypesDesignedAtOnceMatchTheirLoneDesigns)
         }
     });
     std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; t++)
+    for (int t = 0; t < 4; t++)
         threads.emplace_back([&, t] {
-            /* All start together, so the designs really overlap. */
-            for (started++; started.load() < kThreads;)
+            for (started++; started.load() < 4;) // all start together
                 std::this_thread::yield();
             for (int r = 0; r < 40; r++) {
-                const int s = (t + r) % kSpecCount,
-                          p = kSpecCount + (t + 2 * r) % 4;
-                mismatches += Work(s) != alone[s];
-                mismatches += Work(p) != alone[p];
+                const int s = (t + r) % 6, p = 6 + (t + 2 * r) % 4;
+                mismatches += (Work(s) != alone[s]) + (Work(p) != alone[p]);
             }
         });
     for (std::thread &t : threads)
