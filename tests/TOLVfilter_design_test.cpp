@@ -61,7 +61,7 @@ TEST(DesignOrder, EstimatesOfTheFourApproximations)
         {2.0, 3, 3, 1, 1, 1},        // D = 1: a zero quotient, plus one
         {1.0, 1, 40, kMin, kMin, 0}, // divides by zero
         {0.5, 1, 40, 0, 0, INT_MIN}, // NaN, 1 added before the truncation
-        {-1, 1, 40, -1, -1, 0}, {1.5, 0, 40, -1, -1, 0}, {1.5, 1, -1, -1, -1, 0},
+        {-1, 1, 40, -1, -1, 0}, {0, 1, 40, -1, -1, 0}, {1.5, 0, 40, -1, -1, 0}, {1.5, 1, 0, -1, -1, 0},
         // clang-format on
     };
     for (const auto &c : cases)
@@ -177,8 +177,9 @@ TEST(DesignPrototype, LossesAndRefusals)
     EXPECT_EQ(Texts(log), Strings{"TOLV_CreateFilter: Type II Chebyshev "
                                   "filters require fstop or As"});
     // NaN everywhere with a result of 1: Ap below 3.01 dB with the edge
-    // alone, and an elliptic selectivity below 1.
-    for (const Roots &d : {Roots(ci, 1.5, 1, 0, 3), Roots(ca, 0.8, 1, 40, 4)})
+    // alone, As too low for Ap without it, an elliptic selectivity below 1.
+    for (const Roots &d : {Roots(ci, 1.5, 1, 0, 3), Roots(ci, -1, 1, 0.5, 3),
+                           Roots(ca, 0.8, 1, 40, 4)})
         EXPECT_TRUE(d.ok && std::isnan(d.poles[0].real()) &&
                     std::isnan(d.gain));
 }

@@ -177,7 +177,8 @@ TEST(FilterMemories, ResetUpdateAndRefusals)
     Filtered(twin.get(), x1);
     ASSERT_EQ(Copy(moved, twin), 1);
     Messages log;
-    EXPECT_FALSE(TOLV_UpdateFilterBiquads(f.get(), 2, nullptr) ||
+    EXPECT_FALSE(TOLV_UpdateFilterBiquads(nullptr, 2, q2.data()) ||
+                 TOLV_UpdateFilterBiquads(f.get(), 2, nullptr) ||
                  TOLV_UpdateFilterBiquads(f.get(), 1, &big[0]) ||
                  TOLV_UpdateFilterBiquads(f.get(), 65537, &big[0]) ||
                  TOLV_UpdateFilterBiquads(kForms[0](1).get(), 0, &big[0]));

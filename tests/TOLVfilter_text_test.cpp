@@ -7,6 +7,7 @@
 #include <complex>
 #include <cstdarg>
 
+#include "TOLVfilter/design_describe.h"
 #include "filter_test_util.h"
 
 namespace {
@@ -52,7 +53,7 @@ TEST(CreateFilterText, RefusalsAndTheirMessages)
         // An edge of 0, or edges in the wrong order or equal.
         {"fpass=0, order=4", ""}, {ci + "fpass=0.3, fstop=0.3, As=40", ""},
         {"type=hp, fpass=0.2, fstop=0.3, As=40", ""}, {ci + "type=hp, fpass=0.3, fstop=0.3, As=40", ""},
-        {"type=bp, fpass1=0, fpass2=0.3, order=2", ""}, {"type=bp, fpass1=0.3, fpass2=0.3, order=2", ""},
+        {"type=bp, fpass1=0, fpass2=0.3, order=2", ""}, {"type=bp, fpass1=0.2, fpass2=0, order=2", ""}, {"type=bp, fpass1=0.3, fpass2=0.3, order=2", ""},
         {"type=bp, fpass1=0.2, fpass2=0.3, fstop1=0.25, As=40", ""},
         {ci + "type=bp, fpass1=0.2, fpass2=0.3, fstop1=0.2, As=40", ""},
         {ci + "type=bp, fpass1=0.2, fpass2=0.3, fstop2=0.3, As=40", ""},
@@ -212,6 +213,14 @@ TEST(CreateFilterText, PathsGainsAndCounts)
                            {"fpass=0.5, fstop=1.5, As=40", 3}, {"order=140001, fpass=0.5", 70001}})
         // clang-format on
         EXPECT_EQ(SOS(Make(text.c_str()))->numSections, S) << text;
+    // The order a front end learns without designing: doubled for a band,
+    // in 64 bits, and -1 for a refusal.
+    EXPECT_TRUE(
+        _DescribedOrder("type=bp, order=3, fpass1=0.2, fpass2=0.3") == 6 &&
+        _DescribedOrder("order=3, fpass=0.2") == 3 &&
+        _DescribedOrder("type=bp, fpass1=0.1, fpass2=0.2, order=2000000000") ==
+            4000000000 &&
+        _DescribedOrder("fpass=0, order=3") == -1);
     // A rate that truncates to 0 still divides: +inf and NaN edges pass.
     for (const char *text :
          {"fs=0, order=4, fpass=0.2", "fs=0.7, order=4, fpass=0"})
@@ -328,6 +337,7 @@ TEST(CreateFilterText, NoAllocationOutlivesItsFilter)
         "order=3, fpass=inf, fs=8000", "type=br, order=2, fpass1=0.1, fpass2=nan, fstop1=nan",
         "approximation=ellip, fpass=0.2, fstop=0.2000001, As=40", "order=7, fpass=0.2, gain=nan",
         "order=-2147483648, fpass=0.2, As=40, fstop=0.3", "fs=nan, fpass=0.2, order=2",
+        "numerator=[1 2], denominator=[1 2], nc=2000000000", // refused
         // clang-format on
     };
     Messages log;
