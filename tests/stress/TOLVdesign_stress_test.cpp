@@ -1,15 +1,13 @@
 /*
- * Thread stress of the designs: several threads turning specification texts
- * into filters and rate pairs into resampler prototypes at once, while
- * another keeps writing process-wide settings. The designs share nothing
- * but constant tables and the settings store, so each thread's results
- * must be bit for bit those of the same work done alone beforehand.
- * Built and run only under ThreadSanitizer.
+ * Thread stress of the designs: threads turning texts into filters and rate
+ * pairs into resampler prototypes at once, while another keeps writing
+ * process-wide settings. The designs share nothing but constant tables and
+ * the settings store, so each result must be bit for bit that of the same
+ * work done alone beforehand. Built and run only under ThreadSanitizer.
  */
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdint>
 #include <cstring>
 #include <thread>
 #include <vector>
@@ -19,85 +17,59 @@
 
 namespace {
 
-const int kThreads = 4;
-const int kRounds = 40;
-const int kSamples = 256;
-
 const char *const kSpecs[] = {
-    "type=lowpass, approximation=butterworth, fpass=1000, fstop=2000, Ap=1, "
-    "As=40, fs=16000",
+    // clang-format off
+    "type=lowpass, approximation=butterworth, fpass=1000, fstop=2000, Ap=1, As=40, fs=16000",
     "type=hp, approximation=cheby1, fpass=0.4, fstop=0.3, Ap=0.5, As=50, nc=2",
-    "type=bandpass, approximation=cheby2, fpass1=300, fpass2=3400, fstop1=200, "
-    "fstop2=4000, As=60, fs=16000",
-    "type=bs, approximation=ellip, fpass1=0.2, fpass2=0.6, fstop1=0.3, "
-    "fstop2=0.45, "
-    "Ap=1, As=60",
-    "biquads=[-1.2 0.5 0.1 0.2 0.1; -0.3 0.1 1 2 1]",
-    "numerator=[0.2 0.4 0.2], denominator=[1 -0.5 0.1]",
+    "type=bandpass, approximation=cheby2, fpass1=300, fpass2=3400, fstop1=200, fstop2=4000, As=60, fs=16000",
+    "type=bs, approximation=ellip, fpass1=0.2, fpass2=0.6, fstop1=0.3, fstop2=0.45, Ap=1, As=60",
+    "biquads=[-1.2 0.5 0.1 0.2 0.1; -0.3 0.1 1 2 1]", "numerator=[0.2 0.4 0.2], denominator=[1 -0.5 0.1]",
+    // clang-format on
 };
-const int kSpecCount = sizeof kSpecs / sizeof *kSpecs;
-
-struct RatePair {
+const struct {
     int in, out;
     const char *config;
-};
-const RatePair kPairs[] = {
-    {44100, 48000, nullptr},
-    {8000, 16000, "order=12"},
-    {48000, 32000, "type=zoh"},
-    {11025, 22050, "type=poly, delaycompensation=off"},
-};
-const int kPairCount = sizeof kPairs / sizeof *kPairs;
+} kPairs[] = {{44100, 48000, nullptr},
+              {8000, 16000, "order=12"},
+              {48000, 32000, "type=zoh"},
+              {11025, 22050, "type=poly, delaycompensation=off"}};
 
-std::vector<uint32_t> Bits(const float *x, size_t n)
+/* Work i as bits: the impulse response of design i over two channels'
+ * worth of samples, or a block of a fresh converter and its flush. */
+std::vector<uint32_t> Work(int i)
 {
-    std::vector<uint32_t> bits(n);
-    memcpy(bits.data(), x, n * sizeof(float));
-    return bits;
-}
-
-/* The impulse response of a designed filter, over two channels' worth of
- * interleaved samples. */
-std::vector<uint32_t> FilterImpulse(const char *spec)
-{
-    _TOLV_FILTER *filter = TOLV_CreateFilter("%s", spec);
-    if (filter == nullptr)
-        return {};
-    std::vector<float> in(2 * kSamples, 0.0f), out(2 * kSamples, 0.0f);
-    in[0] = in[1] = 1.0f;
-    TOLV_Filter(filter, in.data(), out.data(), (uint32_t)in.size());
-    TOLV_DestroyFilter(filter);
-    return Bits(out.data(), out.size());
-}
-
-/* A block of a converter fresh from its set-up, then its flush. */
-std::vector<uint32_t> ResampleRamp(const RatePair &pair)
-{
-    _TOLV_RESAMPLE *resampler =
-        TOLV_ResampleInit(pair.in, pair.out, pair.config);
-    std::vector<float> in(kSamples), out(4 * kSamples + 4096, 0.0f);
-    for (int i = 0; i < kSamples; i++)
-        in[i] = (float)((i * 13) % 29) / 29.0f - 0.5f;
-    int n = TOLV_Resample(resampler, in.data(), out.data(), kSamples);
-    n += TOLV_ResampleFlushBuffersEx(resampler, out.data() + n, 0);
-    TOLV_ResampleDestroy(resampler);
-    return Bits(out.data(), (size_t)n);
+    std::vector<float> in(512, 0.0f), out(8192, 0.0f);
+    int n = 512;
+    if (i < 6) {
+        _TOLV_FILTER *filter = TOLV_CreateFilter("%s", kSpecs[i]);
+        if (filter == nullptr)
+            return {};
+        in[0] = in[1] = 1.0f;
+        TOLV_Filter(filter, in.data(), out.data(), n);
+        TOLV_DestroyFilter(filter);
+    } else {
+        _TOLV_RESAMPLE *r = TOLV_ResampleInit(
+            kPairs[i - 6].in, kPairs[i - 6].out, kPairs[i - 6].config);
+        for (int k = 0; k < 256; k++)
+            in[k] = (float)((k * 13) % 29) / 29.0f - 0.5f;
+        n = TOLV_Resample(r, in.data(), out.data(), 256);
+        n += TOLV_ResampleFlushBuffersEx(r, out.data() + n, 0);
+        TOLV_ResampleDestroy(r);
+    }
+    return std::vector<uint32_t>((uint32_t *)out.data(),
+                                 (uint32_t *)out.data() + n);
 }
 
 TEST(DesignStress, FiltersAndPrototypesDesignedAtOnceMatchTheirLoneDesigns)
 {
-    std::vector<std::vector<uint32_t>> filters, prototypes;
-    for (const char *spec : kSpecs)
-        filters.push_back(FilterImpulse(spec));
-    for (const RatePair &pair : kPairs)
-        prototypes.push_back(ResampleRamp(pair));
-    for (const auto &f : filters)
-        ASSERT_FALSE(f.empty());
-
+    std::vector<std::vector<uint32_t>> alone;
+    for (int i = 0; i < 10; i++)
+        alone.push_back(Work(i));
+    for (int i = 0; i < 6; i++)
+        ASSERT_FALSE(alone[i].empty()) << kSpecs[i];
     std::atomic<bool> done{false};
-    std::atomic<int> mismatches{0};
-    /* Writes to the settings store while the designs read it. */
-    std::thread writer([&] {
+    std::atomic<int> started{0}, mismatches{0};
+    std::thread writer([&] { // writes the settings while the designs read them
         for (int i = 0; !done.load(); i++) {
             KEELSETTINGS_SetValueEx(nullptr, "tolv.fftw.max_plan_len=%d",
                                     1024 + i % 7);
@@ -106,21 +78,14 @@ TEST(DesignStress, FiltersAndPrototypesDesignedAtOnceMatchTheirLoneDesigns)
             std::this_thread::yield();
         }
     });
-    std::atomic<int> started{0};
     std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; t++)
+    for (int t = 0; t < 4; t++)
         threads.emplace_back([&, t] {
-            /* All start together, so the designs really overlap. */
-            started++;
-            while (started.load() < kThreads)
+            for (started++; started.load() < 4;) // all start together
                 std::this_thread::yield();
-            for (int r = 0; r < kRounds; r++) {
-                const int s = (t + r) % kSpecCount,
-                          p = (t + 2 * r) % kPairCount;
-                if (FilterImpulse(kSpecs[s]) != filters[s])
-                    mismatches++;
-                if (ResampleRamp(kPairs[p]) != prototypes[p])
-                    mismatches++;
+            for (int r = 0; r < 40; r++) {
+                const int s = (t + r) % 6, p = 6 + (t + 2 * r) % 4;
+                mismatches += (Work(s) != alone[s]) + (Work(p) != alone[p]);
             }
         });
     for (std::thread &t : threads)
