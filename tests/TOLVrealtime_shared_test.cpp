@@ -293,7 +293,7 @@ TEST(RealTime, EveryFamilyAfterSetUp)
 TEST(RealTime, ResamplersAfterPrimingWithTheLargestBlock)
 {
     constexpr int kLargest = 512;
-    // At most frames (L / M + 1) come out of a block: 3 a frame at 8000 to 16000.
+    // A block gives at most frames (L / M + 1): 3 a frame at 8000 to 16000.
     std::vector<float> in(kLargest + 1), out((kLargest + 1) * 3);
     for (int i = 0; i < kLargest; i++)
         in[i] = float((i * 13) % 61) / 30.0f - 1.0f;
@@ -305,10 +305,11 @@ TEST(RealTime, ResamplersAfterPrimingWithTheLargestBlock)
         ASSERT_GT(TOLV_Resample(each, in.data(), out.data(), kLargest), 0);
     size_t block = 0;
     const int kBlocks[] = {kLargest, 1, 37, 0, 511};
+    const char *kKinds[] = {"polyphase", "hold down", "hold up"};
     std::vector<Row> rows;
-    for (int k : {0, 1, 2}) // polyphase, hold down, hold up
+    for (int k : {0, 1, 2})
         rows.push_back(
-            {"TOLV_Resample " + std::to_string(k), [&, k] {
+            {std::string("TOLV_Resample, ") + kKinds[k], [&, k] {
                  const int n = kBlocks[block++ % 5];
                  return TOLV_Resample(r[k], in.data(), out.data(), n) >= 0 &&
                         TOLV_ResampleFlushBufferSize(r[k]) == (k ? 0 : 33);
