@@ -19,6 +19,7 @@
 #include <cstdlib>
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "keel.h"
@@ -26,13 +27,14 @@
 
 namespace {
 std::atomic<bool> armed{false};
-// Allocator calls, locks, writes and messages seen while armed.
-std::array<std::atomic<long>, 4> counts;
-enum { kAllocations, kLocks, kWrites, kMessages };
-inline void Count(int what)
+// Allocator calls, locks, writes, messages, and blocks taken less blocks
+// given back, seen while armed.
+std::array<std::atomic<long>, 5> counts;
+enum { kAllocations, kLocks, kWrites, kMessages, kLive };
+inline void Count(int what, long by = 1)
 {
     if (armed.load(std::memory_order_relaxed))
-        counts[what].fetch_add(1, std::memory_order_relaxed);
+        counts[what].fetch_add(by, std::memory_order_relaxed);
 }
 } // namespace
 
@@ -45,30 +47,30 @@ ssize_t __write(int, const void *, size_t);
 }
 
 // An entry point that counts, then hands on to the C library's own.
-#define TOLV_COUNTED(type, name, params, what, real, ...)                      \
+#define TOLV_COUNTED(type, name, params, live, real, ...)                      \
     type name params noexcept                                                  \
     {                                                                          \
-        Count(what);                                                           \
+        Count(kAllocations);                                                   \
+        Count(kLive, live);                                                    \
         return real(__VA_ARGS__);                                              \
     }
 
 extern "C" {
-TOLV_COUNTED(void *, malloc, (size_t n), kAllocations, __libc_malloc, n)
-TOLV_COUNTED(void *, calloc, (size_t c, size_t n), kAllocations, __libc_calloc,
-             c, n)
-TOLV_COUNTED(void *, realloc, (void *p, size_t n), kAllocations, __libc_realloc,
-             p, n)
-TOLV_COUNTED(void, free, (void *p), kAllocations, __libc_free, p)
-TOLV_COUNTED(void *, memalign, (size_t a, size_t n), kAllocations,
-             __libc_memalign, a, n)
-TOLV_COUNTED(void *, aligned_alloc, (size_t a, size_t n), kAllocations,
-             __libc_memalign, a, n)
+// clang-format off
+TOLV_COUNTED(void *, malloc, (size_t n), 1, __libc_malloc, n)
+TOLV_COUNTED(void *, calloc, (size_t c, size_t n), 1, __libc_calloc, c, n)
+TOLV_COUNTED(void *, realloc, (void *p, size_t n), !p, __libc_realloc, p, n)
+TOLV_COUNTED(void, free, (void *p), -long(p != nullptr), __libc_free, p)
+TOLV_COUNTED(void *, memalign, (size_t a, size_t n), 1, __libc_memalign, a, n)
+TOLV_COUNTED(void *, aligned_alloc, (size_t a, size_t n), 1, __libc_memalign, a, n)
+// clang-format on
 
 int posix_memalign(void **out, size_t alignment, size_t bytes) noexcept
 {
     Count(kAllocations);
     if (alignment < sizeof(void *) || (alignment & (alignment - 1)) != 0)
         return EINVAL;
+    Count(kLive);
     return (*out = __libc_memalign(alignment, bytes)) ? 0 : ENOMEM;
 }
 
@@ -95,8 +97,8 @@ ssize_t write(int fd, const void *data, size_t bytes)
 
 namespace {
 
-using Tally = std::array<long, 4>; // allocations, locks, writes, messages
-constexpr Tally kNothing = {0, 0, 0, 0};
+using Tally = std::array<long, 5>; // as counts
+constexpr Tally kNothing = {0, 0, 0, 0, 0};
 
 /* Runs call with the counters armed and returns what it did. */
 Tally Measure(const std::function<void()> &call)
@@ -109,7 +111,7 @@ Tally Measure(const std::function<void()> &call)
     call();
     armed = false;
     KEELDEBUG_SetMessageHandler(nullptr, nullptr);
-    return {counts[0], counts[1], counts[2], counts[3]};
+    return {counts[0], counts[1], counts[2], counts[3], counts[4]};
 }
 
 /* A streaming call, true when it did its work; what runs before it unarmed;
@@ -145,12 +147,13 @@ TEST(RealTime, CountersSeeWhatRunsInsideTheSpan)
 {
     void *volatile block = nullptr;
     pthread_mutex_t m = PTHREAD_MUTEX_INITIALIZER;
-    EXPECT_EQ(Measure([&] { block = std::malloc(64); }), (Tally{1, 0, 0, 0}));
-    EXPECT_EQ(Measure([&] { std::free(block); }), (Tally{1, 0, 0, 0}));
-    EXPECT_EQ(Measure([&] { pthread_mutex_lock(&m); }), (Tally{0, 1, 0, 0}));
+    EXPECT_EQ(Measure([&] { block = std::malloc(64); }),
+              (Tally{1, 0, 0, 0, 1}));
+    EXPECT_EQ(Measure([&] { std::free(block); }), (Tally{1, 0, 0, 0, -1}));
+    EXPECT_EQ(Measure([&] { pthread_mutex_lock(&m); }), (Tally{0, 1, 0, 0, 0}));
     pthread_mutex_unlock(&m);
     EXPECT_EQ(Measure([&] { EXPECT_EQ(write(-1, "", 0), -1); }),
-              (Tally{0, 0, 1, 0}));
+              (Tally{0, 0, 1, 0, 0}));
     EXPECT_EQ(Measure([&] { KEELDEBUG_Log(-1, "x"); })[kMessages], 1);
     EXPECT_EQ(Measure([] {}), kNothing);
 }
@@ -243,8 +246,8 @@ TEST(RealTime, EveryFamilyAfterSetUp)
         // FFTW runs the complex-to-real plan of 2 M = 512 and the type IV sine
         // plan through solvers that take and free a work buffer on every call.
         {"TOLV_FMCLTInverse", [&] { TOLV_FMCLTInverse(fmclt, re.data(), im.data(), out.data(), overlap.data(), fw.data()); return overlap[4] != 0.0f; },
-         nullptr, {2, 0, 0, 0}},
-        {"TOLV_FMCLTCDTiv", [&] { TOLV_FMCLTCDTiv(fmclt, sine); return sine[0] != 0.0f; }, [&] { std::copy(frame, frame + M, sine); }, {2, 0, 0, 0}},
+         nullptr, {2, 0, 0, 0, 0}},
+        {"TOLV_FMCLTCDTiv", [&] { TOLV_FMCLTCDTiv(fmclt, sine); return sine[0] != 0.0f; }, [&] { std::copy(frame, frame + M, sine); }, {2, 0, 0, 0, 0}},
         {"TOLV_UpdateFilterBiquads", [&] { return TOLV_UpdateFilterBiquads(f[4], 2, biquads[flip ^= 1]) == 1; }},
         {"TOLV_Filter, biquad rows", [&] { return TOLV_Filter(f[4], in.data(), filtered.data(), kFloats) == 1 && filtered[7] != 0.0f; }},
         {"TOLV_SolafsInputData", input, drain},
@@ -326,9 +329,31 @@ TEST(RealTime, ResamplersAfterPrimingWithTheLargestBlock)
     EXPECT_EQ(Measure([&] {
                   TOLV_Resample(r[0], in.data(), out.data(), kLargest + 1);
               }),
-              (Tally{1, 0, 0, 0}));
+              (Tally{1, 0, 0, 0, 0}));
     for (_TOLV_RESAMPLE *each : r)
         TOLV_ResampleDestroy(each);
+}
+
+// Set-up, a block and destroy leave no block behind: both kinds, a hold pair
+// without a filter, and refused orders (whose handle is freed by hand).
+TEST(RealTime, ResamplersLeaveNothingBehind)
+{
+    std::vector<float> in(64), out(64 * 3);
+    for (auto [rate, config, refused] : {std::tuple{44100, "order=3", false},
+                                         {8000, "type=zoh", false},
+                                         {12000, "type=zoh", false},
+                                         {8000, "order=0", true},
+                                         {8000, "order=536870912", true}}) {
+        const Tally t =
+            Measure([&, rate = rate, config = config, refused = refused] {
+                _TOLV_RESAMPLE *r = TOLV_ResampleInit(rate, 16000, config);
+                if (refused)
+                    return free(r);
+                TOLV_Resample(r, in.data(), out.data(), 64);
+                TOLV_ResampleDestroy(r);
+            });
+        EXPECT_EQ(t[kLive], 0) << rate << ", " << config;
+    }
 }
 
 } // namespace

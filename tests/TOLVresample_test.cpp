@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <complex>
+#include <cstdio>
 #include <functional>
 #include <random>
 #include <string>
@@ -436,12 +437,20 @@ TEST(ResampleDeathTest, BadObjectsAreReportedOrEndTheProcess)
         EXPECT_EQ(messages.All(), five);
     }
     static _TOLV_RESAMPLE bad = {0x7fffffff, nullptr}; // static: no leak
-    EXPECT_EXIT(TOLV_Resample(&bad, buffer, buffer, 4),
-                ::testing::ExitedWithCode(1), said);
-    EXPECT_EXIT(TOLV_ResampleFlushBuffersEx(&bad, buffer, 4),
-                ::testing::ExitedWithCode(1), said);
-    EXPECT_EXIT(TOLV_ResampleFlushBuffersEx(nullptr, buffer, 4),
-                ::testing::ExitedWithCode(1), said);
+    // In the child every report shows its level and code on stderr.
+    auto loud = [] {
+        KEELDEBUG_SetMessageHandler(
+            [](int level, int code, const char *text, void *) {
+                std::fprintf(stderr, "%d %d %s", level, code, text);
+            },
+            nullptr);
+    };
+    EXPECT_EXIT((loud(), TOLV_Resample(&bad, buffer, buffer, 4)),
+                ::testing::ExitedWithCode(1), "2 -1 " + said);
+    EXPECT_EXIT((loud(), TOLV_ResampleFlushBuffersEx(&bad, buffer, 4)),
+                ::testing::ExitedWithCode(1), "3 -1 " + said);
+    EXPECT_EXIT((loud(), TOLV_ResampleFlushBuffersEx(nullptr, buffer, 4)),
+                ::testing::ExitedWithCode(1), "3 -1 " + said);
     auto refused = [] { return TOLV_ResampleInit(8000, 16000, "order=0"); };
     EXPECT_DEATH(TOLV_Resample(refused(), buffer, buffer, 4), "");
     EXPECT_DEATH(TOLV_ResampleFlushBufferSize(refused()), "");
