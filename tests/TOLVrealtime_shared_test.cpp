@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <functional>
 #include <string>
@@ -36,6 +37,8 @@ inline void Count(int what, long by = 1)
     if (armed.load(std::memory_order_relaxed))
         counts[what].fetch_add(by, std::memory_order_relaxed);
 }
+// Blocks of more bytes are refused, to reach the paths of a failed allocation.
+std::atomic<size_t> failAbove{SIZE_MAX};
 } // namespace
 
 // The C library's own allocator under its internal names.
@@ -58,12 +61,20 @@ ssize_t __write(int, const void *, size_t);
 extern "C" {
 // clang-format off
 TOLV_COUNTED(void *, malloc, (size_t n), 1, __libc_malloc, n)
-TOLV_COUNTED(void *, calloc, (size_t c, size_t n), 1, __libc_calloc, c, n)
 TOLV_COUNTED(void *, realloc, (void *p, size_t n), !p, __libc_realloc, p, n)
 TOLV_COUNTED(void, free, (void *p), -long(p != nullptr), __libc_free, p)
 TOLV_COUNTED(void *, memalign, (size_t a, size_t n), 1, __libc_memalign, a, n)
 TOLV_COUNTED(void *, aligned_alloc, (size_t a, size_t n), 1, __libc_memalign, a, n)
 // clang-format on
+
+void *calloc(size_t count, size_t bytes) noexcept
+{
+    Count(kAllocations);
+    if (bytes != 0 && count > failAbove / bytes)
+        return nullptr;
+    Count(kLive);
+    return __libc_calloc(count, bytes);
+}
 
 int posix_memalign(void **out, size_t alignment, size_t bytes) noexcept
 {
@@ -335,15 +346,18 @@ TEST(RealTime, ResamplersAfterPrimingWithTheLargestBlock)
 }
 
 // Set-up, a block and destroy leave no block behind: both kinds, a hold pair
-// without a filter, and refused orders (whose handle is freed by hand).
+// without a filter, and refused orders (whose handle is freed by hand), also
+// one whose prototype of 2e9 taps cannot be had.
 TEST(RealTime, ResamplersLeaveNothingBehind)
 {
     std::vector<float> in(64), out(64 * 3);
+    failAbove = size_t(1) << 30;
     for (auto [rate, config, refused] : {std::tuple{44100, "order=3", false},
                                          {8000, "type=zoh", false},
                                          {12000, "type=zoh", false},
                                          {8000, "order=0", true},
-                                         {8000, "order=536870912", true}}) {
+                                         {8000, "order=536870912", true},
+                                         {8000, "order=500000000", true}}) {
         const Tally t =
             Measure([&, rate = rate, config = config, refused = refused] {
                 _TOLV_RESAMPLE *r = TOLV_ResampleInit(rate, 16000, config);
@@ -354,6 +368,7 @@ TEST(RealTime, ResamplersLeaveNothingBehind)
             });
         EXPECT_EQ(t[kLive], 0) << rate << ", " << config;
     }
+    failAbove = SIZE_MAX;
 }
 
 } // namespace
