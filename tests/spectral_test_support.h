@@ -1,6 +1,5 @@
-/* Helpers of the spectral-analysis tests: float bits, aligned buffers with
- * guard values, message capture (noise and the wisdom guard come from the
- * shared signal helpers). */
+/* Helpers of the spectral-analysis tests: float bits and aligned buffers
+ * with guard values (noise, norms and message capture live in support/). */
 #ifndef TOLV_SPECTRAL_TEST_SUPPORT_H
 #define TOLV_SPECTRAL_TEST_SUPPORT_H
 
@@ -12,7 +11,7 @@
 
 #include <fftw3.h>
 
-#include "keel.h"
+#include "support/messages.h"
 #include "support/signal.h"
 
 namespace spectral_test {
@@ -46,7 +45,8 @@ struct GuardedFloats {
     float *const data;
 };
 
-/* Every report while alive, as "level code text". */
+/* Reports as "level code text" lines: left only for TOLVspline_test, which
+ * moves to tolv_test::Messages with its own slice; nothing here uses it. */
 struct Messages {
     Messages() { KEELDEBUG_SetMessageHandler(Collect, this); }
     ~Messages() { KEELDEBUG_SetMessageHandler(nullptr, nullptr); }
