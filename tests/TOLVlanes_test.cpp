@@ -5,14 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
-#include <random>
 
 #include "lanes.h"
-
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace {
 
@@ -40,27 +34,6 @@ TEST(Lanes, TruncationAtTheEdgesOfTheRange)
         EXPECT_EQ((int32_t)floats[i + 1], _TruncToInt32(floats[i]))
             << floats[i];
 }
-
-#if defined(__SSE2__)
-/* Where the instructions exist the helper agrees with them, on random bit
- * patterns (every class of value) and on random values around the range. */
-TEST(Lanes, TruncationAgreesWithTheX86Instructions)
-{
-    std::mt19937_64 rng(20);
-    std::uniform_real_distribution<double> near(-3e9, 3e9);
-    for (int i = 0; i < 200000; ++i) {
-        const uint64_t bits = rng();
-        const uint32_t low = (uint32_t)bits;
-        double d, v = near(rng);
-        float f, vf = (float)v;
-        memcpy(&d, &bits, sizeof(d)), memcpy(&f, &low, sizeof(f));
-        ASSERT_EQ(_mm_cvttsd_si32(_mm_set_sd(d)), _TruncToInt32(d)) << d;
-        ASSERT_EQ(_mm_cvttss_si32(_mm_set_ss(f)), _TruncToInt32(f)) << f;
-        ASSERT_EQ(_mm_cvttsd_si32(_mm_set_sd(v)), _TruncToInt32(v)) << v;
-        ASSERT_EQ(_mm_cvttss_si32(_mm_set_ss(vf)), _TruncToInt32(vf)) << vf;
-    }
-}
-#endif
 
 TEST(Lanes, AnyLaneSeesEachLaneAlone)
 {
