@@ -124,20 +124,22 @@ TEST(ComplexMultiply, ProductRefusalsAndStoreOrder)
     EXPECT_TRUE(x.re == -5 && x.im == 2 * 3 + 4 * -5);
 }
 
-/* Decibels through the float path: N = 8 makes H = 4 and g = 1/16, so
- * P = 16 x gives x itself; index 4 (Nyquist) is left out. */
-std::vector<float> FloatPathDb(const std::vector<float> &x)
+/* Decibels of x through the float path at four lanes and at the widest
+ * the processor has, which agree to the bit; the buffers sit 16 bytes past
+ * a 32-byte boundary, since only 16-byte alignment is promised. */
+std::vector<float> FloatPathDb(const std::vector<float> &x,
+                               const float *curve = nullptr, float ref = 1)
 {
-    std::vector<float> out;
-    GuardedFloats psd(8, 0), db(8, 0);
-    for (size_t at = 0; at < x.size(); at += 4) {
-        for (size_t i = 0; i < 5; i++)
-            psd[i] = i < 4 && at + i < x.size() ? x[at + i] * 16.0f : 1.0f;
-        EXPECT_EQ(1, TOLV_PSDtoDB(8, psd.data, db.data, nullptr, 1.0, 2000.0));
-        out.insert(out.end(), db.data,
-                   db.data + std::min<size_t>(4, x.size() - at));
-    }
-    return out;
+    const int n = x.size(), end = (n + 3) / 4 * 4;
+    GuardedFloats in(end + 4, 0), four(end + 4, 0), wide(end + 4, 0);
+    std::copy(x.begin(), x.end(), in.data + 4);
+    _TOLV_DbArgs args = {in.data + 4, four.data + 4, curve, 1, ref, -2000};
+    _TOLV_DbVector(args, end, 4);
+    args.db = wide.data + 4;
+    _TOLV_DbVector(args, end, _TOLV_DbWidestLanes());
+    EXPECT_EQ(0, memcmp(four.data, wide.data, 4 * (end + 4)));
+    EXPECT_EQ(end + 4u, four.WrittenExtent());
+    return std::vector<float>(four.data + 4, four.data + 4 + n);
 }
 
 /* Bits derived by hand through the polynomial steps: 10 and 0.1 land one
@@ -145,9 +147,10 @@ std::vector<float> FloatPathDb(const std::vector<float> &x)
  * one ulp below log10(e) (the nearest float would give 0x4040A8C2). Then
  * against 10 log10(x) in double across the float range within 4 ulps (of
  * 1 dB near 0 dB); zero, negatives and NaN take the floor, denormals read
- * as the smallest normal. */
+ * as the smallest normal. The widest lanes are used wherever they exist. */
 TEST(PSDtoDB, FloatPathBitsAndDoubleReference)
 {
+    ASSERT_EQ(__builtin_cpu_supports("avx2") ? 8 : 4, _TOLV_DbWidestLanes());
     // clang-format off
     const std::vector<float> hand = {1, 2, 0.5f, 0.75f, 10, 100, 1e-3f, 3, 1e6f, 0.1f, FLT_MIN};
     const std::vector<uint32_t> bits = {0x00000000, 0x4040A8C0, 0xC040A8C0, 0xBF9FEBEC, 0x411FFFFF, 0x419FFFFF,
@@ -170,46 +173,15 @@ TEST(PSDtoDB, FloatPathBitsAndDoubleReference)
             ldexp(1.0, ilogbf(fabs(ref) > 1.0 ? (float)ref : 1.0f) - 23);
         ASSERT_LE(fabs(db[i] - ref), 4 * ulp) << x[i] << ": " << db[i];
     }
+    std::vector<float> curve(x.size() + 16), odd = x;
+    for (size_t i = 0; i < curve.size(); i++)
+        curve[i] = 0.5f + fmodf(0.618034f * i, 1.0f);
+    odd.insert(odd.end(), {INFINITY, FLT_MAX, -0.0f, NAN, -3});
+    FloatPathDb(odd, curve.data(), 0.37f); /* the lanes agree, weighted too */
     EXPECT_EQ(
         (std::vector<float>{-2000, -2000, -2000, -2000, -2000, db[0], db[0]}),
         FloatPathDb({0.0f, -0.0f, -1.0f, NAN, -INFINITY, FLT_TRUE_MIN,
                      0.99f * FLT_MIN}));
-}
-
-/* The eight-lane path is taken wherever the processor has it, and four
- * lanes and eight give the same bits, weighted or not, on ordinary and odd
- * values, with a run that ends in a lone group of four; the buffers sit on
- * a 32-byte boundary and 16 bytes past one (only 16 is promised). */
-TEST(PSDtoDB, LaneWidthsAgreeToTheBit)
-{
-    ASSERT_EQ(__builtin_cpu_supports("avx2") ? 8 : 4, _TOLV_DbWidestLanes());
-    const int end = 4 * 61;
-    GuardedFloats psdBlock(end + 4, 0), curveBlock(end + 4, 0), four(end, 0),
-        eightBlock(end + 4, 0);
-    // clang-format off
-    const float odd[] = {0, -0.0f, -3, NAN, INFINITY, -INFINITY, FLT_TRUE_MIN, FLT_MIN, FLT_MAX};
-    // clang-format on
-    for (int offset : {0, 4}) {
-        float *psd = psdBlock.data + offset, *curve = curveBlock.data + offset,
-              *eight = eightBlock.data + offset;
-        for (int i = 0; i < end; i++) {
-            curve[i] = 0.5f + fmodf(0.618034f * i, 1.0f);
-            psd[i] = i % 7 ? ldexpf(curve[i] + 0.5f, (i * 37) % 277 - 149)
-                           : odd[(i / 7) % 9];
-        }
-        for (const float *weights :
-             {(const float *)nullptr, (const float *)curve})
-            for (float ref : {1.0f, 0.37f}) {
-                _TOLV_DbArgs args = {psd,           four.data, weights,
-                                     1.0f / 289.0f, ref,       -150.0f};
-                _TOLV_DbVector(args, end, 4);
-                args.db = eight;
-                _TOLV_DbVector(args, end, _TOLV_DbWidestLanes());
-                ASSERT_EQ(0, memcmp(four.data, eight, 4 * end))
-                    << ref << offset;
-                ASSERT_NE(Bits(GuardedFloats::kMarker), Bits(four[end - 1]));
-            }
-    }
 }
 
 /* Per frame length, a spectrum of one value throughout: bin 0 from the

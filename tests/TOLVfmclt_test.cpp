@@ -34,34 +34,10 @@ TEST(FMCLTWindow, FirstBinIsMinusAnEighthTurn)
     EXPECT_TRUE(w[0].re == 5 && w[0].im == 6 && w[1].re == 7);
 }
 
-/* In-place FFTW transforms made the way the processor makes them. */
-struct ReplayPlans {
-    explicit ReplayPlans(int m)
-        : buf((float *)fftwf_malloc((2 * m + 2) * sizeof(float)))
-    {
-        auto *c = (fftwf_complex *)buf;
-        MutexLock(__FFTW_PlanLock);
-        forward = fftwf_plan_dft_r2c_1d(2 * m, buf, c, FFTW_ESTIMATE);
-        inverse = fftwf_plan_dft_c2r_1d(2 * m, c, buf, FFTW_ESTIMATE);
-        sine = fftwf_plan_r2r_1d(m, buf, buf, FFTW_RODFT11, FFTW_ESTIMATE);
-        MutexUnlock(__FFTW_PlanLock);
-    }
-    ~ReplayPlans()
-    {
-        MutexLock(__FFTW_PlanLock);
-        for (fftwf_plan p : {forward, inverse, sine})
-            fftwf_destroy_plan(p);
-        MutexUnlock(__FFTW_PlanLock);
-        fftwf_free(buf);
-    }
-    float *buf;
-    fftwf_plan forward, inverse, sine;
-};
-
 /* Per size, on noise and on noise near the smallest normal float (where the
  * overlap-add's float and double roundings could part): the direct
- * transform, the inverse and the sine transform equal a replay of their
- * float and double steps to the bit; the direct transform is the windowed
+ * transform and the inverse equal a replay of their float and double
+ * steps to the bit; the direct transform is the windowed
  * modulated sum of its definition, the sine transform the type IV sine sum
  * and its own inverse; the previous block advances to the new one. */
 TEST(FMCLT, DefinitionsAndEveryRoundingStep)
@@ -69,8 +45,16 @@ TEST(FMCLT, DefinitionsAndEveryRoundingStep)
     for (int m : {1, 2, 3, 4, 5, 7, 8, 12, 64, 100, 512, 1000, 1023})
         for (float amplitude : {1.0f, 3e-38f}) {
             _TOLV_FMCLTPROC *proc = TOLV_FMCLTProcCreate(m);
-            ReplayPlans replay(m);
-            float *b = replay.buf;
+            /* In-place transforms made as the processor makes them. */
+            GuardedFloats replay(2 * m + 2, 0);
+            float *b = replay.data;
+            fftwf_complex *z = (fftwf_complex *)b;
+            MutexLock(__FFTW_PlanLock);
+            fftwf_plan forward =
+                           fftwf_plan_dft_r2c_1d(2 * m, b, z, FFTW_ESTIMATE),
+                       inverse =
+                           fftwf_plan_dft_c2r_1d(2 * m, z, b, FFTW_ESTIMATE);
+            MutexUnlock(__FFTW_PlanLock);
             const std::vector<TOLV_COMPLEX> w = Window(m);
             const std::vector<float> x =
                 UniformNoise(2 * m, 600 + m, amplitude);
@@ -82,7 +66,7 @@ TEST(FMCLT, DefinitionsAndEveryRoundingStep)
                              previous.data(), w.data());
             ASSERT_EQ(next, previous);
             std::copy(x.begin(), x.end(), b);
-            fftwf_execute(replay.forward);
+            fftwf_execute(forward);
             const float s = (float)std::sqrt(1.0 / (2.0 * m)),
                         t = (float)std::sqrt(2.0 * m);
             for (int k = 0; k <= m; ++k) {
@@ -121,7 +105,7 @@ TEST(FMCLT, DefinitionsAndEveryRoundingStep)
             }
             b[2 * m] = (float)((double)(re[m - 1] + im[m - 1]) * -end) * t,
                   b[2 * m + 1] = 0.0f;
-            fftwf_execute(replay.inverse);
+            fftwf_execute(inverse);
             for (int k = 0; k < m; ++k)
                 ASSERT_TRUE(out[k] == (float)(b[k] / (2.0 * m) + overlap[k]) &&
                             ov[k] == (float)(b[m + k] / (2.0 * m)))
@@ -129,14 +113,11 @@ TEST(FMCLT, DefinitionsAndEveryRoundingStep)
 
             GuardedFloats block(m, 0);
             std::copy(x.begin(), x.begin() + m, block.data);
-            std::copy(x.begin(), x.begin() + m, b);
             TOLV_FMCLTCDTiv(proc, block.data);
-            fftwf_execute(replay.sine);
             for (int k = 0; k < m; ++k) {
                 double sum = 0.0;
                 for (int j = 0; j < m; ++j)
                     sum += x[j] * std::sin(M_PI * (j + 0.5) * (k + 0.5) / m);
-                ASSERT_EQ(b[k] / t, block[k]) << m << " " << k;
                 ASSERT_NEAR(std::sqrt(2.0 / m) * sum, block[k], tol)
                     << m << " " << k;
             }
@@ -144,6 +125,9 @@ TEST(FMCLT, DefinitionsAndEveryRoundingStep)
             for (int k = 0; k < m; ++k)
                 ASSERT_NEAR(x[k], block[k], 2.0 * tol) << m << " " << k;
             EXPECT_EQ(1, TOLV_FMCLTProcDestroy(proc));
+            MutexLock(__FFTW_PlanLock);
+            fftwf_destroy_plan(forward), fftwf_destroy_plan(inverse);
+            MutexUnlock(__FFTW_PlanLock);
         }
 }
 
