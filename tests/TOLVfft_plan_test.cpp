@@ -193,9 +193,11 @@ TEST(PlanService, BackgroundPass)
 {
     RUN_IN_FRESH_PROCESS({
         tolv_test::Messages messages;
+        const std::string dir = MakeTempFolder("pass");
+        const std::string file = dir + "/brae.optimization";
         FRESH_CHECK(TOLV_OptimizeFFT(false) == 1);
         usleep(100000);
-        const std::string file = UsePath("pass");
+        setenv("KEEL_DATA_PATH", dir.c_str(), 1);
         FRESH_CHECK(TOLV_OptimizeFFT(true) == 1 && messages.lines.empty());
         FRESH_CHECK(_FFTW_PassLengthCount() == 0 && MTime(file) == -1);
         FRESH_CHECK(TOLV_OptimizeFFT(false) == 1);
