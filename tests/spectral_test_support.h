@@ -65,20 +65,6 @@ inline bool RoundTrips(int n, unsigned seed, _TOLV_FFTPROC *fwd = nullptr,
     return ok;
 }
 
-/* Reports as "level code text" lines: left only for TOLVspline_test, which
- * moves to tolv_test::Messages with its own slice. */
-struct Messages {
-    Messages() { KEELDEBUG_SetMessageHandler(Collect, this); }
-    ~Messages() { KEELDEBUG_SetMessageHandler(nullptr, nullptr); }
-    static void Collect(int level, int code, const char *text, void *self)
-    {
-        ((Messages *)self)
-            ->lines.push_back(std::to_string(level) + " " +
-                              std::to_string(code) + " " + text);
-    }
-    std::vector<std::string> lines;
-};
-
 } // namespace spectral_test
 
 #endif
