@@ -1,41 +1,43 @@
 #include "tolv_cli_support.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <dirent.h>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "support/signal.h"
+
 namespace clitest {
+
+#ifdef TOLV_TEST_SANITIZED
+const bool kSanitized = true; /* shadow memory needs terabytes of addresses */
+#else
+const bool kSanitized = false;
+#endif
 
 std::vector<float> Audio::channel(int c) const
 {
-    std::vector<float> x(static_cast<size_t>(frames));
-    for (int64_t f = 0; f < frames; f++)
-        x[size_t(f)] = at(f, c);
+    std::vector<float> x{};
+    x.resize(size_t(frames));
+    for (size_t f = 0; f < x.size(); f++)
+        x[f] = samples[f * size_t(channels) + size_t(c)];
     return x;
 }
 
 void writeAudio(const std::string &path, const std::vector<float> &samples,
                 int channels, int rate, int format)
 {
-    SF_INFO info{};
-    info.channels = channels;
-    info.samplerate = rate;
-    info.format = format;
+    SF_INFO info{0, rate, channels, format, 0, 0};
     SNDFILE *f = sf_open(path.c_str(), SFM_WRITE, &info);
     if (!f)
-        throw std::runtime_error("cannot write " + path + ": " +
-                                 sf_strerror(nullptr));
+        throw std::runtime_error("cannot write " + path);
     sf_command(f, SFC_SET_CLIPPING, nullptr, SF_TRUE);
-    sf_writef_float(f, samples.data(),
-                    sf_count_t(samples.size() / size_t(channels)));
+    sf_writef_float(f, samples.data(), sf_count_t(samples.size()) / channels);
     sf_close(f);
 }
 
@@ -44,13 +46,8 @@ Audio readAudio(const std::string &path)
     SF_INFO info{};
     SNDFILE *f = sf_open(path.c_str(), SFM_READ, &info);
     if (!f)
-        throw std::runtime_error("cannot read " + path + ": " +
-                                 sf_strerror(nullptr));
-    Audio a;
-    a.rate = info.samplerate;
-    a.channels = info.channels;
-    a.format = info.format;
-    a.frames = info.frames;
+        throw std::runtime_error("cannot read " + path);
+    Audio a{info.samplerate, info.channels, info.format, info.frames, {}};
     a.samples.resize(size_t(info.frames * info.channels));
     sf_readf_float(f, a.samples.data(), info.frames);
     sf_close(f);
@@ -59,20 +56,15 @@ Audio readAudio(const std::string &path)
 
 std::vector<float> makeSignal(int64_t frames, int rate,
                               const std::vector<std::vector<Tone>> &perChannel,
-                              float noise, uint32_t seed)
+                              float noise, unsigned seed)
 {
     const size_t channels = perChannel.size();
-    std::vector<float> x(size_t(frames) * channels);
-    for (int64_t n = 0; n < frames; n++)
-        for (size_t c = 0; c < channels; c++) {
-            double v = 0.0;
-            for (const Tone &t : perChannel[c])
-                v += t.amplitude *
-                     std::sin(2.0 * M_PI * t.hz * double(n) / rate);
-            seed = seed * 1664525u + 1013904223u;
-            v += noise * (double(seed >> 8) / 8388608.0 - 1.0);
-            x[size_t(n) * channels + c] = float(v);
-        }
+    std::vector<float> x =
+        tolv_test::UniformNoise(int(frames * int64_t(channels)), seed, noise);
+    for (size_t i = 0; i < x.size(); i++)
+        for (const Tone &t : perChannel[i % channels])
+            x[i] += float(t.amplitude * std::sin(2 * M_PI * t.hz *
+                                                 double(i / channels) / rate));
     return x;
 }
 
@@ -96,15 +88,15 @@ std::string bytesOf(const std::string &path)
     return s.str();
 }
 
-namespace {
-std::string scratchRoot()
+std::string quote(const std::string &s)
 {
-    const char *root = std::getenv("TOLV_TEST_TMP");
-    std::string dir = root && *root ? root : "/tmp";
-    mkdir(dir.c_str(), 0777);
-    return dir;
+    std::string out = "'";
+    for (char c : s)
+        out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return out + "'";
 }
 
+namespace {
 /* In a forked child: the streams to the two files, then the program. */
 [[noreturn]] void execTolv(const std::vector<std::string> &args,
                            const std::string &out, const std::string &err)
@@ -112,39 +104,63 @@ std::string scratchRoot()
     if (!freopen(out.c_str(), "w", stdout) ||
         !freopen(err.c_str(), "w", stderr))
         _exit(127);
-    std::vector<char *> argv;
-    argv.push_back(const_cast<char *>(TOLV_CLI));
+    std::vector<char *> argv{const_cast<char *>(TOLV_CLI)};
     for (const std::string &a : args)
         argv.push_back(const_cast<char *>(a.c_str()));
     argv.push_back(nullptr);
     execv(TOLV_CLI, argv.data());
     _exit(127);
 }
+
+Outcome finished(int status, const ScratchDir &io)
+{
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status),
+            bytesOf(io.path("out")), bytesOf(io.path("err"))};
+}
 } // namespace
 
 Outcome runTolv(const std::vector<std::string> &args,
-                const std::vector<std::string> &env)
+                const std::vector<std::string> &env, const std::string &input)
 {
     ScratchDir io;
-    const std::string out = io.path("stdout"), err = io.path("stderr");
     pid_t pid = fork();
     if (pid == 0) {
         for (const std::string &e : env) {
-            size_t eq = e.find('=');
-            if (eq + 1 == e.size())
+            const size_t eq = e.find('=');
+            const rlim_t mb = rlim_t(std::atol(e.c_str() + eq + 1)) << 20;
+            const rlimit limit{mb, mb};
+            if (e.rfind("RLIMIT_AS=", 0) == 0 && !kSanitized)
+                setrlimit(RLIMIT_AS, &limit);
+            else if (eq + 1 == e.size())
                 unsetenv(e.substr(0, eq).c_str());
             else
                 setenv(e.substr(0, eq).c_str(), e.substr(eq + 1).c_str(), 1);
         }
-        execTolv(args, out, err);
+        int fds[2];
+        if (!input.empty() && pipe(fds) == 0) {
+            if (fork() == 0) { /* the writer: a stream of unknown length */
+                const std::string bytes = bytesOf(input);
+                _exit(write(fds[1], bytes.data(), bytes.size()) < 0);
+            }
+            dup2(fds[0], 0), close(fds[0]), close(fds[1]);
+        }
+        execTolv(args, io.path("out"), io.path("err"));
     }
     int status = 0;
     waitpid(pid, &status, 0);
-    Outcome r;
-    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    r.out = bytesOf(out);
-    r.err = bytesOf(err);
-    return r;
+    return finished(status, io);
+}
+
+Outcome runShell(const std::vector<std::string> &args, const std::string &after)
+{
+    ScratchDir io;
+    std::string command = quote(TOLV_CLI);
+    for (const std::string &a : args)
+        command += " " + quote(a);
+    command += " 2>" + quote(io.path("err"));
+    if (after.empty() || (after[0] != '>' && after[0] != '|'))
+        command += " >" + quote(io.path("out"));
+    return finished(std::system((command + " " + after).c_str()), io);
 }
 
 int startTolv(const std::vector<std::string> &args)
@@ -157,19 +173,35 @@ int startTolv(const std::vector<std::string> &args)
 
 ScratchDir::ScratchDir()
 {
-    std::string pattern = scratchRoot() + "/tolv-cli-XXXXXX";
-    std::vector<char> name(pattern.begin(), pattern.end());
-    name.push_back('\0');
-    if (!mkdtemp(name.data()))
+    const char *root = std::getenv("TOLV_TEST_TMP");
+    std::string pattern = root && *root ? root : "/tmp";
+    mkdir(pattern.c_str(), 0777);
+    pattern += "/tolv-cli-XXXXXX";
+    if (!mkdtemp(pattern.data()))
         throw std::runtime_error("mkdtemp failed");
-    dir_ = name.data();
+    dir_ = pattern + "/";
 }
 
 ScratchDir::~ScratchDir()
 {
-    for (const std::string &e : entries())
-        unlink(path(e).c_str());
-    rmdir(dir_.c_str());
+    if (std::system(("rm -rf " + quote(dir_)).c_str()) != 0)
+        std::fprintf(stderr, "could not remove %s\n", dir_.c_str());
+}
+
+std::string ScratchDir::expand(std::string s) const
+{
+    for (size_t at = 0; (at = s.find('@', at)) != std::string::npos;)
+        s.replace(at, 1, dir_), at += dir_.size();
+    return s;
+}
+
+std::vector<std::string> ScratchDir::args(const std::string &row) const
+{
+    std::vector<std::string> out;
+    std::stringstream cells(row);
+    for (std::string cell; std::getline(cells, cell, '|');)
+        out.push_back(expand(cell));
+    return out;
 }
 
 std::vector<std::string> ScratchDir::entries() const
@@ -177,29 +209,12 @@ std::vector<std::string> ScratchDir::entries() const
     std::vector<std::string> names;
     if (DIR *d = opendir(dir_.c_str())) {
         while (dirent *e = readdir(d))
-            if (std::strcmp(e->d_name, ".") && std::strcmp(e->d_name, ".."))
+            if (e->d_name[0] != '.' || (e->d_name[1] && e->d_name[1] != '.'))
                 names.push_back(e->d_name);
         closedir(d);
     }
     std::sort(names.begin(), names.end());
     return names;
-}
-
-bool fileExists(const std::string &path)
-{
-    struct stat st;
-    return stat(path.c_str(), &st) == 0;
-}
-
-std::string findGnuplot()
-{
-    const char *path = std::getenv("PATH");
-    std::stringstream dirs(path ? path : "");
-    std::string dir;
-    while (std::getline(dirs, dir, ':'))
-        if (!dir.empty() && access((dir + "/gnuplot").c_str(), X_OK) == 0)
-            return dir + "/gnuplot";
-    return "";
 }
 
 double numberAfter(const std::string &text, const std::string &label)
@@ -208,6 +223,19 @@ double numberAfter(const std::string &text, const std::string &label)
     if (at == std::string::npos)
         return NAN;
     return std::strtod(text.c_str() + at + label.size(), nullptr);
+}
+
+std::vector<std::vector<double>> readCsv(const std::string &path)
+{
+    std::vector<std::vector<double>> rows;
+    std::ifstream in(path);
+    for (std::string line; std::getline(in, line);) {
+        rows.emplace_back();
+        std::stringstream cells(line + ",");
+        for (std::string cell; std::getline(cells, cell, ',');)
+            rows.back().push_back(cell.empty() ? NAN : std::atof(cell.c_str()));
+    }
+    return rows;
 }
 
 } // namespace clitest

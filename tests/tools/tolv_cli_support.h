@@ -1,7 +1,7 @@
 /*
  * Support for the end-to-end tests of the tolv command: a scratch folder,
- * audio files written and read back through libsndfile, and runs of the
- * program with its exit status and both output streams.
+ * audio written and read back through libsndfile, and runs of the program
+ * with its exit status and both output streams.
  */
 #ifndef TOLV_CLI_SUPPORT_H
 #define TOLV_CLI_SUPPORT_H
@@ -15,72 +15,72 @@
 
 namespace clitest {
 
+const int kFloatWav = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+
 struct Audio {
     int rate = 0, channels = 0, format = 0;
     int64_t frames = 0;
     std::vector<float> samples; /* interleaved */
-    float at(int64_t frame, int channel) const
-    {
-        return samples[size_t(frame * channels + channel)];
-    }
     std::vector<float> channel(int c) const;
 };
-
-/* Writes interleaved samples; format defaults to 16-bit WAV. */
 void writeAudio(const std::string &path, const std::vector<float> &samples,
                 int channels, int rate,
                 int format = SF_FORMAT_WAV | SF_FORMAT_PCM_16);
 Audio readAudio(const std::string &path);
 
-/* Interleaved test signals: per channel a sum of sines (amplitude, Hz) plus
- * uniform noise of the given peak from a fixed seed. */
+/* Interleaved: per channel a sum of sines (amplitude, Hz), plus uniform
+ * noise of the given peak. */
 struct Tone {
     double amplitude, hz;
 };
 std::vector<float> makeSignal(int64_t frames, int rate,
                               const std::vector<std::vector<Tone>> &perChannel,
-                              float noise = 0.0f, uint32_t seed = 1);
-
-/* Amplitude of the component at `hz` in x, by correlation over a whole
- * number of its periods. */
+                              float noise = 0.0f, unsigned seed = 1);
+/* Amplitude of the component at `hz`, by correlation over whole periods. */
 double toneAmplitude(const std::vector<float> &x, int rate, double hz);
 
 struct Outcome {
     int status = -1;
     std::string out, err;
+    bool says(const std::string &part) const
+    {
+        return (out + err).find(part) != std::string::npos;
+    }
 };
-/* Runs the tolv program with the arguments; `env` entries ("NAME=value")
- * are added to the environment, a bare "NAME=" removes NAME. */
+/* `env` entries "NAME=value" are set, a bare "NAME=" unsets NAME, and
+ * "RLIMIT_AS=MB" limits the address space (not under sanitizers); the
+ * file `input`, when given, comes through a pipe as standard input. */
 Outcome runTolv(const std::vector<std::string> &args,
-                const std::vector<std::string> &env = {});
-
-/* Starts the tolv program in the background, its output discarded;
- * returns the process id. */
+                const std::vector<std::string> &env = {},
+                const std::string &input = "");
+/* Runs `tolv ARGS after` through the shell; stdout is captured unless
+ * `after` starts with a redirection. */
+Outcome runShell(const std::vector<std::string> &args,
+                 const std::string &after);
+/* Starts tolv in the background, its output discarded; returns its pid. */
 int startTolv(const std::vector<std::string> &args);
+std::string quote(const std::string &s); /* for the shell */
 
-/* A fresh folder under the test scratch area, removed at the end. */
+/* A fresh folder under the test scratch area, removed with all it holds;
+ * "@" in a text stands for it, '|' separates arguments in a row. */
 class ScratchDir {
   public:
     ScratchDir();
     ~ScratchDir();
-    std::string path(const std::string &name) const
-    {
-        return dir_ + "/" + name;
-    }
-    /* Names in the folder, sorted. */
-    std::vector<std::string> entries() const;
+    std::string path(const std::string &name) const { return dir_ + name; }
+    std::string expand(std::string text) const;
+    std::vector<std::string> args(const std::string &row) const;
+    std::vector<std::string> entries() const; /* names, sorted */
 
   private:
-    std::string dir_;
+    std::string dir_; /* with its trailing slash */
 };
 
-bool fileExists(const std::string &path);
-/* The whole content of a file, "" when it cannot be read. */
-std::string bytesOf(const std::string &path);
-/* Where gnuplot is on PATH, "" when it is not installed. */
-std::string findGnuplot();
+std::string bytesOf(const std::string &path); /* "" when unreadable */
 /* The first number behind `label` in text, NAN when absent. */
 double numberAfter(const std::string &text, const std::string &label);
+/* A CSV file as numbers (NAN for a blank cell); row 0 is the header. */
+std::vector<std::vector<double>> readCsv(const std::string &path);
 
 } // namespace clitest
 
