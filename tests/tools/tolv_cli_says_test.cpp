@@ -31,10 +31,10 @@ struct Row {
 // clang-format off
 const Row kRows[] = {
     // Help, commands and options.
-    {"info|--help", 0, "usage: tolv info"}, {"design|--help", 0, "example:\n  tolv design "},
-    {"filter|--help", 0, "example:\n  tolv filter "}, {"resample|--help", 0, "example:\n  tolv resample "},
-    {"stretch|--help", 0, "example:\n  tolv stretch "}, {"spectrum|--help", 0, "example:\n  tolv spectrum "},
-    {"delay|--help", 0, "example:\n  tolv delay "}, {"transmogrify", 2, "unknown command transmogrify"},
+    {"info|--help", 0, "usage: tolv info"},
+    {"stretch|--help", 0, "example:\n  tolv stretch "},
+    {"delay|--help", 0, "example:\n  tolv delay "},
+    {"transmogrify", 2, "unknown command transmogrify"},
     {"resample|@in.wav|@o.wav|--bogus|1", 2, "unknown option --bogus"},
     {"resample|@in.wav|@o.wav|--rate", 2, "--rate needs a value"},
     {"resample|@in.wav|@o.wav|--rate|8000|--verbose=1", 2, "--verbose takes no value"},
@@ -64,6 +64,13 @@ const Row kRows[] = {
     {"design|biquads=[0 0 0.5 0.5 0]|--csv|/dev/stdout", 0, "frequency_x_nyquist,magnitude_db,phase_deg,template_upper_db,template_lower_db\n0.0000,"},
     {"design|biquads=[0 0 0.5 0.5 0]|--csv|/dev/stdout", 0, "\n0.5000,-3.010,-45.00,,\n"},
     {"design|biquads=[0 0 0.5 0.5 0]|--csv|/dev/stdout", 0, "\n1.0000,-300.000,0.00,,\nfilter: "},
+    // In Hz: the template sits on the bins of the text's bands relative to the peak (0 dB here), blank between them.
+    {"design|type=bandpass, approximation=ellip, fpass1=1000, fpass2=2000, fstop1=700, fstop2=2500, Ap=0.5, As=40|--fs|16000|--csv|/dev/stdout", 0, "\n1000.0000,*,*,-0.000,-0.500\n"},
+    {"design|type=bandpass, approximation=ellip, fpass1=1000, fpass2=2000, fstop1=700, fstop2=2500, Ap=0.5, As=40|--fs|16000|--csv|/dev/stdout", 0, "\n2000.0000,*,*,-0.000,-0.500\n"},
+    {"design|type=bandpass, approximation=ellip, fpass1=1000, fpass2=2000, fstop1=700, fstop2=2500, Ap=0.5, As=40|--fs|16000|--csv|/dev/stdout", 0, "\n800.0488,*,*,,\n"},
+    {"design|type=bandpass, approximation=ellip, fpass1=1000, fpass2=2000, fstop1=700, fstop2=2500, Ap=0.5, As=40|--fs|16000|--csv|/dev/stdout", 0, "\n600.0977,*,*,-40.000,\n"},
+    {"design|type=bandpass, approximation=ellip, fpass1=1000, fpass2=2000, fstop1=700, fstop2=2500, Ap=0.5, As=40|--fs|16000|--csv|/dev/stdout", 0, "\n2500.0000,*,*,-40.000,\n"},
+    {"design|type=bandpass, approximation=ellip, fpass1=1000, fpass2=2000, fstop1=700, fstop2=2500, Ap=0.5, As=40|--fs|16000|--csv|/dev/stdout", 0, "\n8000.0000,*,*,-40.000,\nfilter: "},
     {"design|type=bs, fpass1=0.2, fpass2=0.3, order=501", 1, "order 1002; tolv designs up to order 1000"},
     {"design|type=lowpass, fpass=0.1, fstop=0.1000001, As=300, Ap=0.0001", 1, "order 41815361; tolv designs up to order 1000"},
     {"filter|@in.wav|@o.wav|fpass=0.2, order=5000", 1, "order 5000;"},
@@ -145,10 +152,25 @@ const Row kRows[] = {
     {"<@cut.wav|resample|-|@o.wav|--rate|16000", 0, "header declares 8000 frames, only 3000 are there"},
     {"<@cut.wav|resample|-|@o.wav|--rate|16000", 0, "o.wav: 6000 frames"},
     {"resample|@in.wav|-|--rate|8000|--encoding|pcm16", 0, "-: 1500 frames (expected 1500)"},
+    // Delays put in: both methods find them exactly; the table holds both correlations within 0.1 s
+    // of zero, the phase transform's scaled to its peak.
+    {"delay|@a.wav|@b1234.wav", 0, "coefficient method: ", 1234, 1234},
+    {"delay|@a.wav|@b1234.wav", 0, "PHAT method: ", 1234, 1234},
+    {"delay|@a.wav|@b1234.wav", 0, "1234 samples (", 55.963, 55.965},
+    {"delay|@a.wav|@b1234.wav", 0, "correlation coefficient ", 0.9, 1.0},
+    {"delay|@a.wav|@b-321.wav", 0, "coefficient method: ", -321, -321},
+    {"delay|@a.wav|@b-321.wav", 0, "PHAT method: ", -321, -321},
+    {"delay|@a.wav|@b-321.wav", 0, "-321 samples (", -14.558, -14.557},
+    {"delay|@a.wav|@b1234.wav|--csv|/dev/stdout", 0, "delay_frames,delay_ms,coefficient,phat\n-2205,-100.0000,*,*\n"},
+    {"delay|@a.wav|@b1234.wav|--csv|/dev/stdout", 0, "\n1234,55.9637,0.96*,1.000000\n"},
+    {"delay|@a.wav|@b1234.wav|--csv|/dev/stdout", 0, "\n2205,100.0000,*,*\ndelay of "},
+    // The cursor table: a row per output block of W / 2 frames (W the frame, a multiple of 8), the source at output x speed.
+    {"stretch|@tone16.wav|@o.wav|--speed|1.25|--frame-ms|10|--cursor|/dev/stdout", 0, "output_frame,source_frame\n0,0\n80,100\n160,200\n"},
+    {"stretch|@tone16.wav|@o.wav|--speed|1.25|--frame-ms|10|--cursor|/dev/stdout", 0, "\n19200,24000\n@o.wav: 19206 frames"},
+    {"stretch|@tone16.wav|@o.wav|--speed|3|--frame-ms|20|--cursor|/dev/stdout", 0, "\n0,0\n160,480\n"},
     // Non-finite samples: a warning with their count and first frame.
     {"filter|@bad.wav|@o.wav|fpass=0.2, order=2|--encoding|pcm16", 0, "holds 2 non-finite samples (NaN or infinity), the first at frame 1200"},
     {"filter|@bad.wav|@o.wav|fpass=0.2, order=2|--encoding|pcm16", 0, "samples beyond full scale were clipped"},
-    {"resample|@bad.wav|@o.wav|--rate|16000", 0, "holds 2 non-finite samples (NaN or infinity), the first at frame 1200"},
     {"stretch|@bad.wav|@o.wav|--speed|0.8", 0, "holds 2 non-finite samples (NaN or infinity), the first at frame 1200"},
     {"spectrum|@bad.wav", 0, "holds 2 non-finite samples (NaN or infinity), the first at frame 1200"},
     {"delay|@tone.wav|@bad.wav", 1, "holds non-finite samples in the span searched"},
@@ -161,6 +183,9 @@ const Row kRows[] = {
     {"stretch|@tone.wav|@o.wav|--speed|1|--frame-ms|223", 2, "--frame-ms must be from 2 to 222 ms at 8000 Hz"},
     {"stretch|@tone.wav|@o.wav|--speed|1|--frame-ms|9223372036854775807", 2, "--frame-ms must be from 2 to 222 ms at 8000 Hz"},
     {"stretch|@in.wav|@o.wav", 2, "needs --speed"},
+    // On a terminal long work draws a bar with the time left (any run is long at TOLV_PROGRESS_AFTER=0); a pipe never gets it.
+    {"TTY=1|TOLV_PROGRESS_AFTER=0|resample|@long.wav|@o.wav|--rate|48000", 0, "resampling [##############################] 100% 0:00 left"},
+    {"TOLV_PROGRESS_AFTER=0|resample|@long.wav|@o.wav|--rate|48000", 0, "!left"},
     // Work and memory stay bounded: 1 Hz to 44100 Hz in fixed blocks, a rate the stretcher cannot hold refused before it builds anything.
     {"RLIMIT_AS=400|resample|@one.wav|@o.wav|--rate|44100", 0, "o.wav: 4410000 frames (expected 4410000)"},
     {"RLIMIT_AS=400|stretch|@huge.wav|@o.wav|--speed|1", 1, "the stretcher takes rates up to 107374182 Hz"},
@@ -169,10 +194,7 @@ const Row kRows[] = {
     {"filter|@in.wav|@in.wav|fpass=0.5, order=2", 1, "is an input file"},
     {"filter|@in.wav|@link.wav|fpass=0.5, order=2", 1, "is an input file"},
     {"resample|@in.wav|@hard.wav|--rate|8000", 1, "is an input file"},
-    {"stretch|@link.wav|@in.wav|--speed|2", 1, "is an input file"},
     {"stretch|@in.wav|@new.wav|--speed|2|--cursor|@./new.wav", 1, "is named twice"},
-    {"stretch|@in.wav|@new.wav|--speed|2|--cursor|@hard.wav", 1, "is an input file"},
-    {"spectrum|@in.wav|--csv|@in.wav", 1, "is an input file"},
     {"spectrum|@in.wav|--plot|@link.wav", 1, "is an input file"},
     {"spectrum|@in.wav|--spectrogram|@hard.wav", 1, "is an input file"},
     {"spectrum|@in.wav|--csv|@o.csv|--plot|@o.csv", 1, "is named twice"},
@@ -184,7 +206,6 @@ const Row kRows[] = {
     // Names that give no container this tool writes.
     {"resample|@in.wav|@o.mp3|--rate|8000", 2, "name the output with one of"},
     {"resample|@in.wav|@o|--rate|8000", 2, "name the output with one of"},
-    {"resample|@in.wav|@o.wav.txt|--rate|8000", 2, "name the output with one of"},
     // Designs at 8 kHz: -3 dB points on the edges whose attenuation is 3 dB, ripple within Ap, floor below -As.
     {"design|fpass=1000, order=5|--fs|8000", 0, "-3 dB points (3 dB below the peak): ", 999, 1001},
     {"design|type=hp, fpass=1500, order=6|--fs|8000", 0, "-3 dB points (3 dB below the peak): ", 1499, 1501},
@@ -212,29 +233,18 @@ const Row kRows[] = {
 };
 // clang-format on
 
-class TolvSays : public testing::Test {
-  protected:
-    static void SetUpTestSuite();
-    static void TearDownTestSuite() { delete dir; }
-    /* The outcome of a row's arguments, run once. */
-    static const Outcome &run(const char *row)
-    {
-        auto found = runs.find(row);
-        if (found != runs.end())
-            return found->second;
-        std::vector<std::string> args = dir->args(row), env;
-        std::string input;
-        for (; args[0].find('=') != std::string::npos || args[0][0] == '<';
-             args.erase(args.begin()))
-            (args[0][0] == '<' ? input : env.emplace_back()) =
-                args[0].substr(args[0][0] == '<');
-        return runs[row] = runTolv(args, env, input);
-    }
-    static ScratchDir *dir;
-    static std::map<std::string, Outcome> runs;
-};
-ScratchDir *TolvSays::dir;
-std::map<std::string, Outcome> TolvSays::runs;
+/* A row's arguments run, the leading entries taken as its environment and
+ * standard input. */
+Outcome runRow(const ScratchDir &dir, const char *row)
+{
+    std::vector<std::string> args = dir.args(row), env;
+    std::string input;
+    for (; args[0].find('=') != std::string::npos || args[0][0] == '<';
+         args.erase(args.begin()))
+        (args[0][0] == '<' ? input : env.emplace_back()) =
+            args[0].substr(args[0][0] == '<');
+    return runTolv(args, env, input);
+}
 
 /* Files of one tone per channel (amplitudes a1, a2) and noise. */
 struct File {
@@ -256,14 +266,14 @@ const File kFiles[] = {
     {"in.ogg", 24000, 48000, 2, 440, 0.4, 0.3, 0, kOgg}, {"q.wav", 3000, 44100, 1, 1000, 0.5, 0, 0.01f, kFloatWav},
     {"on.wav", 32000, 32000, 2, 3125, 1.0, 0.25, 0, kFloatWav}, {"half.wav", 32000, 32000, 2, 3140.625, 1.0, 0.25, 0, kFloatWav},
     {"noisy.wav", 8000, 8000, 1, 440, 0.2, 0, 0.5f, kWav16}, {"bad.wav", 8000, 8000, 1, 440, 0.5, 0, 0, kFloatWav},
-    {"cut.wav", 8000, 8000, 1, 440, 0.5, 0, 0, kWav16}, {"f.wav", 300, 16000, 1, 440, 0.5, 0, 0, kFloatWav},
-    {"f24.flac", 300, 16000, 1, 440, 0.5, 0, 0, SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
+    {"f.wav", 300, 16000, 1, 440, 0.5, 0, 0, kFloatWav},
+    {"long.wav", 2 * 44100, 44100, 1, 440, 0.5, 0, 0, kWav16}, {"tone16.wav", 24007, 16000, 1, 300, 0.5, 0, 0, kWav16}, {"f24.flac", 300, 16000, 1, 440, 0.5, 0, 0, SF_FORMAT_FLAC | SF_FORMAT_PCM_24},
 };
 // clang-format on
 
-void TolvSays::SetUpTestSuite()
+void makeFolder(const ScratchDir &d)
 {
-    dir = new ScratchDir;
+    const ScratchDir *dir = &d;
     for (const File &f : kFiles) {
         std::vector<std::vector<Tone>> tones = {{{f.a1, f.hz}}, {{f.a2, f.hz}}};
         tones.resize(size_t(f.channels));
@@ -283,19 +293,29 @@ void TolvSays::SetUpTestSuite()
         flipped[i + 37] = -noisy.samples[i];
     writeAudio(dir->path("late.wav"), late, 1, 8000);
     writeAudio(dir->path("flipped.wav"), flipped, 1, 8000);
-    const std::string whole = bytesOf(dir->path("cut.wav"));
-    std::ofstream(dir->path("cut.wav"), std::ios::binary)
-        << whole.substr(0, 44 + 2 * 3000);
-    std::ofstream(dir->path("text.wav")) << "not audio at all\n";
-    std::ofstream(dir->path("o.csv")) << "kept\n";
-    std::ofstream(dir->path("ro.au")) << "read only";
-    chmod(dir->path("ro.au").c_str(), 0444);
-    mkdir(dir->path("folder").c_str(), 0755);
-    mkdir(dir->path("wisdom").c_str(), 0755);
-    std::ofstream(dir->path("wisdom/brae.optimization"))
-        << "(fftw-3.3.10 fftwf_wisdom)\n";
-    symlink("in.wav", dir->path("link.wav").c_str());
-    link(dir->path("in.wav").c_str(), dir->path("hard.wav").c_str());
+    // B is A delayed by d frames (or advanced), with its own noise.
+    const int rate = 22050, frames = 2 * rate;
+    const std::vector<float> a =
+        makeSignal(frames + 4000, rate,
+                   {{{0.3, 440}, {0.2, 3000}}, {{0.3, 440}}}, 0.3f, 7);
+    const std::vector<float> noise =
+        makeSignal(frames, rate, {{}, {}}, 0.05f, 99);
+    for (int delay : {0, 1234, -321}) {
+        std::vector<float> b(a.begin() + 2 * (2000 - delay),
+                             a.begin() + 2 * (2000 - delay + frames));
+        for (size_t i = 0; i < b.size() && delay; i++)
+            b[i] += noise[i];
+        writeAudio(
+            dir->path(delay ? "b" + std::to_string(delay) + ".wav" : "a.wav"),
+            b, 2, rate);
+    }
+    const std::string files =
+        "cd @ && head -c 6044 tone.wav >cut.wav && echo 'not audio at all' "
+        ">text.wav && "
+        "echo kept >o.csv && printf 'read only' >ro.au && chmod 444 ro.au && "
+        "mkdir folder wisdom && ln -s in.wav link.wav && ln in.wav hard.wav && "
+        "echo '(fftw-3.3.10 fftwf_wisdom)' >wisdom/brae.optimization";
+    EXPECT_EQ(0, std::system(dir->expand(files).c_str()));
 }
 
 std::map<std::string, std::string> snapshot(const ScratchDir &dir)
@@ -306,14 +326,22 @@ std::map<std::string, std::string> snapshot(const ScratchDir &dir)
     return files;
 }
 
-TEST_F(TolvSays, WhatTheTablesGive)
+TEST(TolvSays, WhatTheTableGives)
 {
-    const auto before = snapshot(*dir);
+    ScratchDir folder, *dir = &folder;
+    makeFolder(folder);
+    const auto before = snapshot(folder);
+    std::map<std::string, Outcome>
+        runs; /* rows with the same arguments run once */
     for (const Row &row : kRows) {
-        const Outcome &r = run(row.args);
+        if (!runs.count(row.args))
+            runs[row.args] = runRow(folder, row.args);
+        const Outcome &r = runs[row.args];
         EXPECT_EQ(row.status, r.status) << row.args << "\n" << r.err;
-        EXPECT_TRUE(r.says(dir->expand(row.says))) << row.args << "\n"
-                                                   << r.out << r.err;
+        const bool absent = row.says[0] == '!';
+        EXPECT_NE(absent, r.says(dir->expand(row.says + absent)))
+            << row.args << "\n"
+            << r.out << r.err;
         const double x = numberAfter(r.out + r.err, row.says);
         EXPECT_TRUE(row.low == row.high || (x >= row.low && x <= row.high))
             << row.args << "\n"

@@ -80,6 +80,30 @@ double toneAmplitude(const std::vector<float> &x, int rate, double hz)
     return 2.0 * std::hypot(re, im) / double(span);
 }
 
+namespace {
+/* Whether text holds part at `at`, each '*' taking one cell. */
+bool matchesAt(const std::string &text, size_t at, const std::string &part)
+{
+    const size_t star = std::min(part.find('*'), part.size());
+    if (text.compare(at, star, part, 0, star) != 0)
+        return false;
+    const size_t cell = text.find_first_of(",\n", at + star);
+    return star == part.size() ||
+           (cell != std::string::npos &&
+            matchesAt(text, cell, part.substr(star + 1)));
+}
+} // namespace
+
+bool Outcome::says(const std::string &part) const
+{
+    const std::string text = out + err, head = part.substr(0, part.find('*'));
+    for (size_t at = text.find(head); at != std::string::npos;
+         at = text.find(head, at + 1))
+        if (matchesAt(text, at, part))
+            return true;
+    return false;
+}
+
 std::string bytesOf(const std::string &path)
 {
     std::ifstream in(path, std::ios::binary);
@@ -97,17 +121,25 @@ std::string quote(const std::string &s)
 }
 
 namespace {
-/* In a forked child: the streams to the two files, then the program. */
+/* In a forked child: the streams to the two files, then the program, on a
+ * terminal of its own when `tty`. */
 [[noreturn]] void execTolv(const std::vector<std::string> &args,
-                           const std::string &out, const std::string &err)
+                           const std::string &out, const std::string &err,
+                           bool tty = false)
 {
     if (!freopen(out.c_str(), "w", stdout) ||
         !freopen(err.c_str(), "w", stderr))
         _exit(127);
     std::vector<char *> argv{const_cast<char *>(TOLV_CLI)};
+    std::string command = quote(TOLV_CLI);
     for (const std::string &a : args)
-        argv.push_back(const_cast<char *>(a.c_str()));
+        argv.push_back(const_cast<char *>(a.c_str())),
+            command += " " + quote(a);
     argv.push_back(nullptr);
+    if (tty)
+        execl("/bin/sh", "sh", "-c",
+              ("script -qec " + quote(command) + " /dev/null").c_str(),
+              nullptr);
     execv(TOLV_CLI, argv.data());
     _exit(127);
 }
@@ -144,7 +176,7 @@ Outcome runTolv(const std::vector<std::string> &args,
             }
             dup2(fds[0], 0), close(fds[0]), close(fds[1]);
         }
-        execTolv(args, io.path("out"), io.path("err"));
+        execTolv(args, io.path("out"), io.path("err"), std::getenv("TTY"));
     }
     int status = 0;
     waitpid(pid, &status, 0);
@@ -223,19 +255,6 @@ double numberAfter(const std::string &text, const std::string &label)
     if (at == std::string::npos)
         return NAN;
     return std::strtod(text.c_str() + at + label.size(), nullptr);
-}
-
-std::vector<std::vector<double>> readCsv(const std::string &path)
-{
-    std::vector<std::vector<double>> rows;
-    std::ifstream in(path);
-    for (std::string line; std::getline(in, line);) {
-        rows.emplace_back();
-        std::stringstream cells(line + ",");
-        for (std::string cell; std::getline(cells, cell, ',');)
-            rows.back().push_back(cell.empty() ? NAN : std::atof(cell.c_str()));
-    }
-    return rows;
 }
 
 } // namespace clitest

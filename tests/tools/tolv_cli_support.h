@@ -42,14 +42,14 @@ double toneAmplitude(const std::vector<float> &x, int rate, double hz);
 struct Outcome {
     int status = -1;
     std::string out, err;
-    bool says(const std::string &part) const
-    {
-        return (out + err).find(part) != std::string::npos;
-    }
+    /* Whether stdout or stderr holds `part`, where a '*' stands for one
+     * CSV cell (any text without a comma or a line break). */
+    bool says(const std::string &part) const;
 };
-/* `env` entries "NAME=value" are set, a bare "NAME=" unsets NAME, and
- * "RLIMIT_AS=MB" limits the address space (not under sanitizers); the
- * file `input`, when given, comes through a pipe as standard input. */
+/* `env` entries "NAME=value" are set, a bare "NAME=" unsets NAME,
+ * "RLIMIT_AS=MB" limits the address space (not under sanitizers) and
+ * "TTY=1" runs tolv on a terminal; the file `input`, when given, comes
+ * through a pipe as standard input. */
 Outcome runTolv(const std::vector<std::string> &args,
                 const std::vector<std::string> &env = {},
                 const std::string &input = "");
@@ -79,8 +79,6 @@ class ScratchDir {
 std::string bytesOf(const std::string &path); /* "" when unreadable */
 /* The first number behind `label` in text, NAN when absent. */
 double numberAfter(const std::string &text, const std::string &label);
-/* A CSV file as numbers (NAN for a blank cell); row 0 is the header. */
-std::vector<std::vector<double>> readCsv(const std::string &path);
 
 } // namespace clitest
 
