@@ -37,6 +37,7 @@ const Row kRows[] = {
     {"transmogrify", 2, "unknown command transmogrify"},
     {"resample|@in.wav|@o.wav|--bogus|1", 2, "unknown option --bogus"},
     {"resample|@in.wav|@o.wav|--rate", 2, "--rate needs a value"},
+    {"resample|@in.wav|@o.wav|--rate=8000", 0, "o.wav: 1500 frames (expected 1500)"},
     {"resample|@in.wav|@o.wav|--rate|8000|--verbose=1", 2, "--verbose takes no value"},
     {"info", 0, "audio files: "},
     {"KEEL_DATA_PATH=|info", 0, "FFT wisdom: not kept"},
@@ -60,6 +61,7 @@ const Row kRows[] = {
     {"design|biquads=[-1.2 0.5 0.1 0.2 0.1; -0.3 0 1 2 0], nc=2", 0, "2 channels"},
     // The response table of filters known in closed form: a delay of one and of two samples, the two-point mean.
     {"design|biquads=[0 0 0 1 0]|--csv|/dev/stdout", 0, "\n0.7500,-0.000,-135.00,,\n"},
+    {"design|biquads=[0 0 0 0 1]", 0, "order 2, 1 sections"},
     {"design|biquads=[0 0 0 0 1]|--csv|/dev/stdout", 0, "\n0.7500,0.000,90.00,,\n"},
     {"design|biquads=[0 0 0.5 0.5 0]|--csv|/dev/stdout", 0, "frequency_x_nyquist,magnitude_db,phase_deg,template_upper_db,template_lower_db\n0.0000,"},
     {"design|biquads=[0 0 0.5 0.5 0]|--csv|/dev/stdout", 0, "\n0.5000,-3.010,-45.00,,\n"},
