@@ -94,6 +94,7 @@ const Row kRows[] = {
     {"filter|@in.flac|@o.aiff|fpass=0.5, order=2|--encoding|pcm24", 0, "AIFF (Apple/SGI), Signed 24 bit PCM"},
     {"filter|@in.flac|@o.AU|fpass=0.5, order=2", 0, "AU (Sun/NeXT), Signed 16 bit PCM"},
     {"filter|@in.flac|@o.wav|fpass=0.5, order=2|--encoding|float", 0, "WAV (Microsoft), 32 bit float"},
+    {"filter|@in.flac|@o.wav|fpass=0.5, order=2|--encoding|double", 0, "WAV (Microsoft), 64 bit float"},
     // Filters the command will not run, and files it cannot use.
     {"filter|@none.wav|@o.wav|fpass=0.5, order=2", 1, "cannot read"},
     {"filter|@text.wav|@o.wav|fpass=0.5, order=2", 1, "cannot read"},
