@@ -188,6 +188,7 @@ const Row kRows[] = {
     {"stretch|@in.wav|@o.wav", 2, "needs --speed"},
     // On a terminal long work draws a bar with the time left (any run is long at TOLV_PROGRESS_AFTER=0); a pipe never gets it.
     {"TTY=1|TOLV_PROGRESS_AFTER=0|resample|@long.wav|@o.wav|--rate|48000", 0, "resampling [##############################] 100% 0:00 left"},
+    {"TTY=1|TOLV_PROGRESS_AFTER=0|resample|@long.wav|@o.wav|--rate|48000", 0, " 100% 0:00 left \r\n@o.wav: 96000 frames (expected 96000)"},
     {"TOLV_PROGRESS_AFTER=0|resample|@long.wav|@o.wav|--rate|48000", 0, "!left"},
     // Work and memory stay bounded: 1 Hz to 44100 Hz in fixed blocks, a rate the stretcher cannot hold refused before it builds anything.
     {"RLIMIT_AS=400|resample|@one.wav|@o.wav|--rate|44100", 0, "o.wav: 4410000 frames (expected 4410000)"},
