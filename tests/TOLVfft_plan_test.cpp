@@ -195,9 +195,16 @@ TEST(PlanService, BackgroundPass)
         tolv_test::Messages messages;
         const std::string dir = MakeTempFolder("pass");
         const std::string file = dir + "/brae.optimization";
+#if defined(__SANITIZE_THREAD__)
+        /* setenv beside the pass's getenv is a race by POSIX's rules, which
+         * the thread checker reports: there the path is set beforehand. */
+        setenv("KEEL_DATA_PATH", dir.c_str(), 1);
+        FRESH_CHECK(TOLV_OptimizeFFT(false) == 1);
+#else
         FRESH_CHECK(TOLV_OptimizeFFT(false) == 1);
         usleep(100000);
         setenv("KEEL_DATA_PATH", dir.c_str(), 1);
+#endif
         FRESH_CHECK(TOLV_OptimizeFFT(true) == 1 && messages.lines.empty());
         FRESH_CHECK(_FFTW_PassLengthCount() == 0 && MTime(file) == -1);
         FRESH_CHECK(TOLV_OptimizeFFT(false) == 1);
