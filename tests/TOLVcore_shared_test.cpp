@@ -8,59 +8,48 @@
 #include <cstring>
 #include <regex>
 #include <string>
-#include <vector>
 
 #include "fresh_process.h"
 #include "keel.h"
 #include "tolv.h"
 
-TEST(Lifecycle, LoadTimeReferenceIsAlreadyHeld)
+/* From the load-time reference of 1 up, down past 0 (the real shutdown) to
+ * -2, where nothing happens; from a negative count a call makes a full start
+ * and the count is 1 again: the result is the FFT service's 1. */
+TEST(Lifecycle, CountTableAcrossShutdownAndRestart)
 {
     RUN_IN_FRESH_PROCESS({
         FRESH_CHECK(__FFTW_PlanLock != nullptr); /* started before main */
         FRESH_CHECK(KEELVERSION_Count() >= 1);
         FRESH_CHECK(TOLV_Initialize() == 2);
-        TOLV_Finalize(); /* back to the load-time reference */
-        FRESH_CHECK(__FFTW_PlanLock != nullptr);
-    });
-}
-
-TEST(Lifecycle, CountTableAcrossShutdownAndRestart)
-{
-    RUN_IN_FRESH_PROCESS({
-        FRESH_CHECK(TOLV_Initialize() == 2);
         FRESH_CHECK(TOLV_Initialize() == 3);
-        TOLV_Finalize();
-        TOLV_Finalize(); /* 1: still running */
-        FRESH_CHECK(__FFTW_PlanLock != nullptr);
-        TOLV_Finalize(); /* 0: real shutdown */
-        FRESH_CHECK(__FFTW_PlanLock == nullptr);
-        TOLV_Finalize(); /* -1: nothing happens */
-        TOLV_Finalize(); /* -2 */
-        FRESH_CHECK(__FFTW_PlanLock == nullptr);
-
-        /* From a negative count a call makes a full start and the count is
-         * 1 again, not -1: the result is the FFT service's 1. */
+        for (bool running : {true, true, false, false, false}) {
+            TOLV_Finalize();
+            FRESH_CHECK((__FFTW_PlanLock != nullptr) == running);
+        }
         FRESH_CHECK(TOLV_Initialize() == 1);
         FRESH_CHECK(__FFTW_PlanLock != nullptr);
         FRESH_CHECK(TOLV_Initialize() == 2);
-        TOLV_Finalize();
     });
 }
 
-/* The version reaches a host three ways: the registry of the base library,
- * the numbers (through any subset of pointers) and the text, whose build
- * date carries a right-aligned day as the compiler's __DATE__ does. */
+/* The version reaches a host three ways: the base library's registry, the
+ * numbers (through any subset of pointers) and the text, whose build date
+ * carries a right-aligned day as the compiler's __DATE__ does. */
 TEST(Version, RegistryNumbersAndTextAgree)
 {
+    auto dotted = [](const int *v) {
+        std::string s = std::to_string(v[0]);
+        for (int i = 1; i < 4; ++i)
+            s += "." + std::to_string(v[i]);
+        return s;
+    };
     std::string registered;
     for (int i = 0; i < KEELVERSION_Count(); ++i) {
         int v[4] = {-1, -1, -1, -1};
         const char *name = KEELVERSION_Get(i, &v[0], &v[1], &v[2], &v[3]);
         if (name != nullptr && strcmp(name, "libtolv") == 0)
-            registered = std::to_string(v[0]) + "." + std::to_string(v[1]) +
-                         "." + std::to_string(v[2]) + "." +
-                         std::to_string(v[3]);
+            registered = dotted(v);
     }
     EXPECT_EQ(registered, "3.7.18.0");
     TOLVVERSION_Number(nullptr, nullptr, nullptr, nullptr);
@@ -68,8 +57,7 @@ TEST(Version, RegistryNumbersAndTextAgree)
     TOLVVERSION_Number(nullptr, nullptr, &v[2], nullptr);
     EXPECT_EQ(v[2], 18);
     TOLVVERSION_Number(&v[0], &v[1], &v[2], &v[3]);
-    EXPECT_EQ(std::vector<int>(v, v + 4), (std::vector<int>{3, 7, 18, 0}));
-
+    EXPECT_EQ(dotted(v), "3.7.18.0");
     const std::string text = TOLVVERSION_String();
     EXPECT_EQ(TOLVVERSION_String(), TOLVVERSION_String());
     const std::regex shape("libtolv version 3\\.7\\.18\\.0 \\(built in "
@@ -77,20 +65,20 @@ TEST(Version, RegistryNumbersAndTextAgree)
     EXPECT_TRUE(std::regex_match(text, shape)) << text;
 }
 
+/* The start registers the default for the process, so it wins over a query
+ * that carries another default. */
 TEST(Lifecycle, StartRegistersThePreparePlansDefault)
 {
-    /* The default is registered for the process, so it wins over a query
-     * that carries another default. */
     EXPECT_FALSE(
         KEELSETTINGS_GetBoolEx(nullptr, "tolv.fftw.prepare_plans=[1]"));
 }
 
+/* The unload's destructor runs after the host's static and thread-local ones;
+ * the whole shutdown, wisdom saving included, must still work then. The
+ * child re-runs this body from the top: the folder must not depend on the
+ * process. */
 TEST(Lifecycle, UnloadShutsDownAndSavesTheWisdom)
 {
-    /* The destructor runs after the host's static and thread-local
-     * destructors; the whole shutdown must still work then. */
-    /* The child re-runs this body from the top, so the folder must not
-     * depend on the process. */
     const char *root = getenv("TOLV_TEST_TMP");
     const std::string folder =
         std::string(root && *root ? root : "/tmp") + "/unload-saves-wisdom";

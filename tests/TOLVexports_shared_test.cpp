@@ -1,8 +1,5 @@
-/*
- * The shared object's dynamic interface: exactly the names of the exports
- * list leave it, and a host that dlopens it finds the FFT entry points it
- * promises through the library's handle.
- */
+/* The shared object's dynamic interface: exactly the exports list leaves it,
+ * and a host that dlopens it finds the FFT entry points through its handle. */
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -20,8 +17,8 @@ std::set<std::string> ExportsList()
 {
     std::ifstream in(std::string(TOLV_SOURCE_DIR) + "/src/libtolv.map");
     std::string text((std::istreambuf_iterator<char>(in)), {});
-    text = text.substr(text.find("global:") + 7);
-    text = text.substr(0, text.find("local:"));
+    const size_t begin = text.find("global:") + 7;
+    text = text.substr(begin, text.find("local:") - begin);
     std::set<std::string> names;
     const std::regex name("([A-Za-z_][A-Za-z0-9_]*)\\s*;");
     for (std::sregex_iterator i(text.begin(), text.end(), name), e; i != e; ++i)
@@ -35,10 +32,10 @@ std::set<std::string> DefinedDynamicSymbols()
     const std::string cmd =
         std::string("nm -D --defined-only '") + TOLV_SHARED_LIBRARY + "'";
     FILE *p = popen(cmd.c_str(), "r");
-    char line[1024], address[64], type[8], name[900];
-    while (p != nullptr && fgets(line, sizeof line, p))
-        if (sscanf(line, "%63s %7s %899s", address, type, name) == 3)
-            names.insert(name);
+    char address[64], type[8], name[900];
+    while (p != nullptr &&
+           fscanf(p, "%63s %7s %899s", address, type, name) == 3)
+        names.insert(name);
     if (p != nullptr)
         pclose(p);
     return names;

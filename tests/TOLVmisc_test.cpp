@@ -16,20 +16,16 @@ TEST(AuditoryScales, MelBarkAndTheBarkTable)
         EXPECT_EQ(0.009880060319993549, TOLVUTIL_Freq2Bark(hz)) << hz;
     EXPECT_DOUBLE_EQ(0.009880060319993549, TOLVUTIL_Freq2Bark(1.0));
     EXPECT_NEAR(8.5105315, TOLVUTIL_Freq2Bark(1000.0), 1e-7);
-    for (const std::pair<double, double> &c : {std::make_pair(0.0, 0.0),
-                                               {9, 1000},
-                                               {9.5, 1085},
-                                               {24, 13500},
-                                               {-0.5, -30},
-                                               {25, 16500},
-                                               {23.5, 12000}})
+    const std::pair<double, double> barks[] = {
+        {0, 0},      {9, 1000},   {9.5, 1085},  {24, 13500},
+        {-0.5, -30}, {25, 16500}, {23.5, 12000}};
+    for (const auto &c : barks)
         EXPECT_DOUBLE_EQ(c.second, TOLVUTIL_Bark2Freq(c.first)) << c.first;
 }
 
 /* Energy ignores DC and sums in float: around 1000 the squares lose the
- * deviations and read as silence (double sums: about -7.2 dB). An exact
- * zero or an underflowing product is no crossing; the rate divides by the
- * count of samples, 0 / 0 for none. */
+ * deviations and read as silence. An exact zero or an underflowing product
+ * is no crossing; the rate divides by the count of samples, 0 / 0 for none. */
 TEST(FrameMeasures, EnergyAndZeroCrossRate)
 {
     const float zeros[4] = {0, 0, 0, 0}, square[4] = {1, -1, 1, -1},
@@ -37,15 +33,16 @@ TEST(FrameMeasures, EnergyAndZeroCrossRate)
                 nearThousand[4] = {1000.25f, 1000.0f, 999.9990234375f, 1000.5f};
     EXPECT_EQ(0.0f, TOLV_CalcEnergy(zeros, 4));
     EXPECT_EQ(0.0f, TOLV_CalcEnergy(zeros, 0));
-    EXPECT_EQ((float)(10.0 * log10(1.0 / 0.32768)), TOLV_CalcEnergy(square, 4));
-    EXPECT_EQ((float)(10.0 * log10(1.0 / 0.32768)),
-              TOLV_CalcEnergy(shifted, 4));
+    const float unitPower = (float)(10.0 * log10(1.0 / 0.32768));
+    EXPECT_EQ(unitPower, TOLV_CalcEnergy(square, 4));
+    EXPECT_EQ(unitPower, TOLV_CalcEnergy(shifted, 4));
     EXPECT_EQ(0.0f, TOLV_CalcEnergy(nearThousand, 4));
-    for (const std::pair<std::vector<float>, float> &c :
-         {std::make_pair(std::vector<float>{1, -1, 1, -1}, 0.75f),
-          {{1, 0, -1}, 0},
-          {{2}, 0},
-          {{1e-30f, -1e-30f}, 0}})
+    const std::pair<std::vector<float>, float> crossings[] = {
+        {{1, -1, 1, -1}, 0.75f},
+        {{1, 0, -1}, 0},
+        {{2}, 0},
+        {{1e-30f, -1e-30f}, 0}};
+    for (const auto &c : crossings)
         EXPECT_EQ(c.second,
                   TOLV_CalcZeroCrossRate(c.first.data(), (int)c.first.size()));
     EXPECT_TRUE(isnan(TOLV_CalcZeroCrossRate(square, 0)));
@@ -84,8 +81,9 @@ TEST(FrameMeasures, RemoveDC)
 TEST(FrameMeasures, LinearInterpolation)
 {
     const float x[5] = {0, 1, 2, 4, 8}, y[5] = {0.7f, 0.1f, 0, 4, 12};
-    for (const std::pair<float, float> &c :
-         {std::make_pair(3.0f, 2.0f), {6, 8}, {8, 12}, {-1, 1.3f}, {10, 16}})
+    const std::pair<float, float> points[] = {
+        {3, 2}, {6, 8}, {8, 12}, {-1, 1.3f}, {10, 16}};
+    for (const auto &c : points)
         EXPECT_FLOAT_EQ(c.second, TOLVINTERPOLATE_Linear(x, y, 5, c.first))
             << c.first;
     EXPECT_EQ(0.1f, TOLVINTERPOLATE_Linear(x, y, 5, 1.0f));

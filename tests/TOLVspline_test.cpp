@@ -28,11 +28,9 @@ Table Fit(const std::vector<float> &x, const std::vector<float> &y, float first,
     return t;
 }
 
-/* On smooth data, with natural and clamped ends in each combination, the
- * second derivatives M solve the moment equations in double,
- *   h[i-1] M[i-1] + 2 (h[i-1] + h[i]) M[i] + h[i] M[i+1] = 6 (s[i] - s[i-1]),
- * closed by M = 0 or by the end slope; and the value anywhere, beyond the
- * ends too, is the cubic of its interval (the first or last outside). */
+/* Smooth data, natural and clamped ends in each combination: the second
+ * derivatives M solve the moment equations (closed by M = 0 or the end slope)
+ * and the value anywhere, beyond the ends too, is the cubic of its interval. */
 TEST(Spline, SolvesTheMomentEquationsAndEvaluatesTheCubics)
 {
     std::vector<float> x, y;
@@ -85,16 +83,15 @@ TEST(Spline, LinesAndCubicsAreReproduced)
     for (float p : {1.0f, 2.75f, 3.0f, -4.0f, 10.0f})
         EXPECT_FLOAT_EQ(2.0f * p, line.At(p)) << p;
     auto f = [](double t) { return 0.25 * t * t * t - t * t + 0.5 * t + 2.0; };
-    const Table cubic = Fit({-2, 3}, {(float)f(-2), (float)f(3)}, 7.5f,
-                            1.25f); /* f'(-2), f'(3) */
+    /* The end slopes are f'(-2) and f'(3). */
+    const Table cubic = Fit({-2, 3}, {(float)f(-2), (float)f(3)}, 7.5f, 1.25f);
     EXPECT_TRUE(fabs(cubic.q[0] + 5.0) < 2e-4 && fabs(cubic.q[1] - 2.5) < 2e-4);
     for (double p = -2.5; p <= 3.5; p += 0.0625)
         EXPECT_NEAR(cubic.At((float)p), f(p), 4e-5) << p;
 }
 
 /* The natural test is on the widened value: the float nearest 9.9e29 lies
- * above it and is natural; its neighbour below is a (huge) slope, and so
- * is a NaN. */
+ * above it and is natural; its neighbour below is a huge slope, as is NaN. */
 TEST(Spline, NaturalEndThreshold)
 {
     const float nearest = 9.9e29f, below = std::nextafter(nearest, 0.0f);
@@ -106,9 +103,8 @@ TEST(Spline, NaturalEndThreshold)
     EXPECT_TRUE(isnan(Fit({0, 1, 2}, {0, 1, 0}, NAN, kNatural).q[0]));
 }
 
-/* A knot belongs to the interval on its right (a doubled abscissa makes a
- * step that shows it); a NaN position and a single knot read NaN; fewer
- * than two points to fit only log. */
+/* A knot belongs to the interval on its right (a doubled abscissa shows it);
+ * a NaN position and a single knot read NaN; under two points only log. */
 TEST(Spline, IntervalChoiceAndDegenerateTables)
 {
     const Table step{{0, 1, 1, 2}, {0, 5, 7, 0}, {0, 0, 0, 0}},
@@ -120,10 +116,9 @@ TEST(Spline, IntervalChoiceAndDegenerateTables)
         tolv_test::Messages messages;
         float x[2] = {0, 1}, y[2] = {1, 2}, q[2] = {7, 7};
         TOLVSPLINE_Estimate(x, y, n, q, kNatural, kNatural);
-        EXPECT_EQ(messages.All(), std::to_string(KEEL_LEVEL_LOG) +
-                                      " -1 TOLVSPLINE_Estimate: Spline "
-                                      "estimation must have 2 or more points\n")
-            << n;
+        EXPECT_EQ(messages.All(), std::to_string(KEEL_LEVEL_LOG) + " -1 " +
+                                      "TOLVSPLINE_Estimate: Spline estimation "
+                                      "must have 2 or more points\n");
         EXPECT_TRUE(q[0] == 7 && q[1] == 7);
     }
 }

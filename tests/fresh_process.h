@@ -1,10 +1,8 @@
 /*
- * Test support: scenarios that need the library's process-wide state as it
- * is right after load (the plan service, the reference count) run in a
- * freshly started copy of the test program, through gtest's death-test
- * machinery in its "threadsafe" style (re-exec, not a bare fork). Inside such
- * a scenario, FRESH_CHECK reports the failing condition on stderr and ends
- * the child with status 1; the parent expects status 0.
+ * Scenarios that need the library's process-wide state as right after load
+ * (the plan service, the reference count) run in a fresh copy of the test
+ * program: gtest's "threadsafe" death-test style re-executes it. FRESH_CHECK
+ * reports a failing condition on stderr and ends the child with status 1.
  */
 #ifndef TOLV_TESTS_FRESH_PROCESS_H
 #define TOLV_TESTS_FRESH_PROCESS_H
@@ -26,7 +24,7 @@
         }                                                                      \
     } while (0)
 
-/* Runs `body` in a fresh process; the test fails unless it exits with 0. */
+/* Runs the body in a fresh process; the test fails unless it exits with 0. */
 #define RUN_IN_FRESH_PROCESS(...)                                              \
     do {                                                                       \
         GTEST_FLAG_SET(death_test_style, "threadsafe");                        \
@@ -40,16 +38,14 @@
             ::testing::ExitedWithCode(0), "");                                 \
     } while (0)
 
-/* A new empty folder under the test's scratch area. */
+/* A new empty folder under the test's scratch area ("" on failure). */
 inline std::string MakeTempFolder(const char *tag)
 {
     const char *root = getenv("TOLV_TEST_TMP");
-    std::string base = (root && *root) ? root : "/tmp";
-    std::string cmd = "mkdir -p '" + base + "'";
-    if (system(cmd.c_str()) != 0)
-        return "";
+    const std::string base = (root && *root) ? root : "/tmp";
     std::string pattern = base + "/" + tag + "XXXXXX";
-    if (mkdtemp(&pattern[0]) == nullptr)
+    if (system(("mkdir -p '" + base + "'").c_str()) != 0 ||
+        mkdtemp(&pattern[0]) == nullptr)
         return "";
     return pattern;
 }

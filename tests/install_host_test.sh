@@ -1,9 +1,8 @@
 #!/bin/sh
-# Installs the build into a scratch prefix and builds the same host program
-# twice, through pkg-config and through the CMake package, then runs both.
-# Arguments: build tree, host sources, scratch folder, and optionally the C
-# compiler and the CMake toolchain file of a cross build (its programs then
-# run through the kernel's handler for their machine).
+# Installs the build into a scratch prefix, builds the host program through
+# pkg-config and through the CMake package, and runs both. Arguments: build
+# tree, host sources, scratch folder, and for a cross build the C compiler
+# and the CMake toolchain file (its programs run through binfmt).
 set -e
 build="$1"; src="$2"; work="$3"; cc="${4:-cc}"; toolchain="$5"
 rm -rf "$work"; mkdir -p "$work/data1" "$work/data2"

@@ -1,6 +1,5 @@
-/* A host built only from the installed headers, libraries and package
- * files: starts the library, reads the version, asks the plan service to
- * prepare plans and checks that wisdom reached $KEEL_DATA_PATH. */
+/* A host built only from what is installed: starts the library, reads the
+ * version, has plans prepared and finds the wisdom in $KEEL_DATA_PATH. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -33,8 +32,7 @@ int main(void)
     fclose(f);
     if (n != 6 || strcmp(head, "(fftw-") != 0)
         return 6;
-    /* The FFT entry points of the interface for hosts. */
-    kiss_fft_cfg cfg = kiss_fft_alloc(8, 0, NULL, NULL);
+    kiss_fft_cfg cfg = kiss_fft_alloc(8, 0, NULL, NULL); /* FFT for hosts */
     if (cfg == NULL)
         return 7;
     kiss_fft_free(cfg);
