@@ -76,7 +76,7 @@ TEST(Spline, SolvesTheMomentEquationsAndEvaluatesTheCubics)
 
 /* Exact cases: two natural points give the straight line, extrapolated
  * too; two points with the true end slopes give the cubic itself. */
-TEST(Spline, LinesAndCubicsAreReproduced)
+TEST(Spline, LinesCubicsAndTheNaturalEndThreshold)
 {
     const Table line = Fit({1, 3}, {2, 6}, kNatural, kNatural);
     EXPECT_EQ(std::vector<float>(2, 0.0f), line.q);
@@ -88,12 +88,8 @@ TEST(Spline, LinesAndCubicsAreReproduced)
     EXPECT_TRUE(fabs(cubic.q[0] + 5.0) < 2e-4 && fabs(cubic.q[1] - 2.5) < 2e-4);
     for (double p = -2.5; p <= 3.5; p += 0.0625)
         EXPECT_NEAR(cubic.At((float)p), f(p), 4e-5) << p;
-}
-
-/* The natural test is on the widened value: the float nearest 9.9e29 lies
- * above it and is natural; its neighbour below is a huge slope, as is NaN. */
-TEST(Spline, NaturalEndThreshold)
-{
+    /* The natural test is on the widened value: the float nearest 9.9e29 lies
+   * above it and is natural; its neighbour below is a slope, as is NaN. */
     const float nearest = 9.9e29f, below = std::nextafter(nearest, 0.0f);
     ASSERT_TRUE((double)nearest > 9.9e29 && (double)below < 9.9e29);
     EXPECT_EQ((std::vector<float>{0, -3, 0}),

@@ -272,12 +272,11 @@ TEST(KeelString, RandomTextsKeepTheGettersConsistent)
         const bool isMatrix = matSize(t, "m", &rows, &columns) != 0;
         ASSERT_TRUE(!isVector || (isMatrix && rows <= 1 && count == columns));
         ASSERT_TRUE(isMatrix ? found : rows == 0 && columns == 0);
-        double values[17];
-        std::fill(values, values + 17, kUnset);
-        ASSERT_EQ(matValues(t, "m", values, 4, 4),
+        std::vector<double> values(17, kUnset);
+        ASSERT_EQ(matValues(t, "m", values.data(), 4, 4),
                   isMatrix ? std::min(16, rows * columns) : 0);
         ASSERT_EQ(values[16], kUnset);
-        ASSERT_EQ(vecValues(t, "m", values, 16),
+        ASSERT_EQ(vecValues(t, "m", values.data(), 16),
                   isVector ? std::min(16, count) : 0);
     }
 }
