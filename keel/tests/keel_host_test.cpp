@@ -117,8 +117,8 @@ TEST(KeelIo, RawBytesRoundTripModesAndNullHandles)
     EXPECT_EQ(KEELIO_CloseFile(f), 1);
     EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), back.begin()));
     KEELIO_CloseFile(KEELIO_Open(file, "w")); // empties the file
-    f = KEELIO_Open(file, "r+b");             // update: writable too
-    EXPECT_EQ(KEELIO_FileSize(f) + KEELIO_WriteData(f, bytes.data(), 3), 3);
+    f = KEELIO_Open(file, "r+b"); // update: writable, a single byte too
+    EXPECT_EQ(KEELIO_FileSize(f) + KEELIO_WriteData(f, bytes.data(), 1), 1);
     KEELIO_CloseFile(f);
     char b[8]; // a null handle: -1 for the size, 0 for the rest
     EXPECT_EQ(KEELIO_FileSize(nullptr) + KEELIO_ReadData(nullptr, b, 8) +
