@@ -1,8 +1,6 @@
-/*
- * The linked stretcher: channels that carry one signal are each the
- * library's one-channel object to the bit, under any block split and speed
- * changes; different channels all take the same splices.
- */
+// The linked stretcher: channels that carry one signal are each the library's
+// one-channel object to the bit, under any block split and speed changes;
+// different channels all take the same splices.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,9 +16,8 @@ namespace {
 
 constexpr int kRate = 16000, kFrames = 3 * kRate;
 
-/* Random blocks (of 1 to 3 frames now and then) at a speed that changes now
- * and then; with two channels the mean that the search runs on is the signal
- * itself, exactly. */
+// Random blocks (of 1 to 3 frames now and then) at a speed that changes now
+// and then; with two channels the search's mean is the signal itself, exactly.
 TEST(LinkedStretch, ChannelsOfOneSignalAreTheLibraryObject)
 {
     const std::vector<float> v = tolv_test::UniformNoise(kFrames, 7);
@@ -54,9 +51,8 @@ TEST(LinkedStretch, ChannelsOfOneSignalAreTheLibraryObject)
     }
 }
 
-/* Channel 1 is half of channel 0 and channel 2 its negation: linked, every
- * channel takes the same splices, so both hold to the bit (halving and
- * negation are exact in every step). */
+// Channel 1 is half of channel 0 and channel 2 its negation: linked, all take
+// the same splices, so both hold to the bit (halving and negation are exact).
 TEST(LinkedStretch, ChannelsKeepTheirImage)
 {
     const std::vector<float> v = tolv_test::UniformNoise(kFrames, 8);
@@ -80,8 +76,8 @@ TEST(LinkedStretch, ChannelsKeepTheirImage)
     }
 }
 
-/* Every channel object and the searching one are released whole; a frame
- * length below 8 (1 ms at 7999 Hz) or no channel is refused, 8 is not. */
+// Every channel object and the searching one are released whole; a frame
+// length below 8 (1 ms at 7999 Hz) or no channel is refused, 8 is not.
 TEST(LinkedStretch, ReleasesItsMemoryAndRefusesWhatItCannotRun)
 {
     const int before = KEELMEM_LiveDescriptorCount();
