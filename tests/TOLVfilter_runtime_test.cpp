@@ -48,8 +48,7 @@ Floats CascadeModel(const Doubles &q, Floats v)
 // A direct form of nb, na coefficients (a[0] != 1, |a[k]| summing below
 // it) where S < 0, else S sections with poles of radius 0.8 to 0.9. One
 // section, and 64 channels of 8, take the frame-by-frame walk, the others
-// the skewed one. The stream goes in blocks of random whole frames, empty
-// ones included.
+// the skewed one. Blocks are of random whole frames, empty ones included.
 TEST(FilterRun, BothFormsAgainstModelsInRandomBlocks)
 {
     const struct {
@@ -101,15 +100,12 @@ TEST_P(Walk, FramesOfAnyCall)
         int M;
         uint32_t count, start, step;
     } calls[] = {
+        // Shorter than a frame, start past the last frame, count - M
+        // negative as signed, a trailing half frame, a frame at any element,
+        // one channel of a stereo buffer; then positions before the buffer.
         // clang-format off
-        {2, 1, 0, 2},           // shorter than a frame
-        {2, 21, 20, 2},         // start past the last frame
-        {2, 0xFFFFFFFFu, 0, 2}, // count - M is negative as signed
-        {2, 21, 0, 2},          // trailing half frame skipped
-        {2, 21, 19, 2},         // a frame may start at any element
-        {2, 1600, 0, 2}, {3, 999, 0, 3}, {3, 999, 3, 6},
-        {1, 1600, 1, 2},        // one channel of a stereo buffer
-        // Positions before the buffer end the walk.
+        {2, 1, 0, 2}, {2, 21, 20, 2}, {2, 0xFFFFFFFFu, 0, 2}, {2, 21, 0, 2}, {2, 21, 19, 2},
+        {2, 1600, 0, 2}, {3, 999, 0, 3}, {3, 999, 3, 6}, {1, 1600, 1, 2},
         {1, 16, 0xFFFFFFF0u, 1}, {1, 16, 0x80000000u, 1}, {1, 16, 0, 0x80000000u},
         {1, 16, 3, 0xFFFFFFF0u}, {1, 16, 10, 0xFFFFFFFFu}, {1, 16, 5, 0xFFFFFFFEu},
         // clang-format on
@@ -146,19 +142,9 @@ TEST_P(Walk, FramesOfAnyCall)
 
 INSTANTIATE_TEST_SUITE_P(Filter, Walk, ::testing::ValuesIn(kForms));
 
-// Direct-form rings are indexed in signed 32 bits, rows of numChannels
-// values: a ring whose index range does not fit is refused.
-TEST(FilterRun, RingsBeyondThirtyTwoBitIndicesAreRefused)
-{
-    const Doubles b(65536, 0.0), a = {1.0};
-    EXPECT_TRUE(!Coefs(32768, b, a) && !Coefs(-2000000000, {1, 2, 3}, a) &&
-                !Make("numerator=[1 2], denominator=[1 2], nc=2000000000"));
-    EXPECT_NE(Coefs(16, b, a), nullptr);
-}
-
 // A reset filter is a new one; new coefficients take over at the next frame
-// on the old memory, as a filter with them and a copy of the memory; counts
-// and records that do not fit are refused.
+// on the old memory, as a filter with them and a copy of the memory; counts,
+// records and rings whose signed 32-bit indices do not fit are refused.
 TEST(FilterMemories, ResetUpdateAndRefusals)
 {
     const Floats x1 = UniformNoise(2 * 77, 22), x2 = UniformNoise(2 * 50, 24);
@@ -196,44 +182,80 @@ TEST(FilterMemories, ResetUpdateAndRefusals)
     big[2] = 5; // the filter keeps its own records
     EXPECT_TRUE(SOS(most)->allocatedSections == 65536 &&
                 SOS(most)->numSections == 65536 && SOS(most)->sections[2] == 1);
+    const Doubles b(65536, 0.0), a = {1.0};
+    EXPECT_TRUE(!Coefs(32768, b, a) && !Coefs(-2000000000, {1, 2, 3}, a) &&
+                !Make("numerator=[1 2], denominator=[1 2], nc=2000000000") &&
+                Coefs(16, b, a));
 }
 
-// Rings marked with values, to see what each copy moves and clears.
-TEST(FilterMemories, DirectFormCopies)
+template <class T>
+void Mark(T *ring, size_t n, T first, T step)
 {
-    // A longer destination: the clear starts at four times the first
-    // uncopied row, so rows 1-3 keep their contents, 4-7 are cleared and the
-    // rest of the stretch lies past the ring (all of it for order 3). Equal
-    // orders copy the rows as they lie. Head restarts at the last row.
-    FilterPtr src = Coefs(2, kB, kA), dst = Coefs(2, kB, kA);
-    Filtered(src.get(), UniformNoise(2 * 3, 26)); // head ends on row 1
-    EXPECT_TRUE(
-        Copy(dst, src) && DF(dst)->head == 3 &&
-        std::equal(DF(dst)->memory, DF(dst)->memory + 8, DF(src)->memory));
+    for (size_t i = 0; i < n; i++)
+        ring[i] = first + step * i;
+}
+
+// Rings marked with values, to see what each copy moves and clears. Direct
+// forms (sizes are orders) copy the rows both have as they lie; a longer
+// destination clears from four times the first uncopied row, mostly past
+// the ring; head becomes the larger of its order and the source's head.
+// Cascades (sizes are section counts) of equal size carry ring and head
+// over and go on as one; else the clear for channel c starts at srcS + M c,
+// and a side without sections leaves head 0.
+void CheckCopies(bool sos)
+{
     const struct {
-        int M, order;
-        Floats ring;
+        bool sos;
+        int M, src, dst, srcHead, head;
+        Doubles ring;
     } cases[] = {
         // clang-format off
-        {1, 7, {100, -2, -3, -4, 0, 0, 0, 0}}, {1, 3, {100, -2, -3, -4}},
-        {2, 9, {100, 101, -3, -4, -5, -6, -7, -8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {false, 2, 3, 3, 1, 3, {100, 101, 102, 103, 104, 105, 106, 107}}, {false, 1, 7, 2, 5, 5, {100, 101, 102}},
+        {false, 1, 0, 7, 0, 7, {100, -2, -3, -4, 0, 0, 0, 0}}, {false, 1, 0, 3, 0, 3, {100, -2, -3, -4}},
+        {false, 2, 0, 9, 0, 9, {100, 101, -3, -4, -5, -6, -7, -8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {true, 1, 2, 2, 3, 3, {100, 101, 102, 103, 104, 105, 106, 107}},
+        {true, 2, 1, 3, 1, 1, {100, 0, 0, 0, 0, -6, 102, 0, 0, 0, 0, -12, 104, 0, 0, 0, 0, -18, 106, 0, 0, 0, 0, -24}},
+        {true, 3, 1, 2, 2, 2,
+         {100, 0, 101, -4, 102, -6, 103, 0, 104, -10, 105, -12, 106, 0, 107, -16, 108, -18, 109, 0, 110, -22, 111, -24}},
+        {true, 2, 3, 1, 3, 3, {100, 103, 106, 109, 112, 115, 118, 121}},
+        {true, 2, 0, 2, 2, 0, Doubles(16, 0.0)}, {true, 2, 2, 0, 2, 0, {}},
         // clang-format on
     };
-    for (const auto &k : cases) {
-        FilterPtr s = Coefs(k.M, {2}, {1}),
-                  d = Coefs(k.M, Doubles(k.order + 1, 0.1), {1});
-        Filtered(s.get(), Floats(k.M * 3, 0)); // head ends on row 0
-        for (int i = 0; i < k.M; i++)
-            DF(s)->memory[i] = 100.0f + i;
-        for (size_t i = 0; i < k.ring.size(); i++)
-            DF(d)->memory[i] = -1.0f - i;
+    for (const auto &c : cases) {
+        if (c.sos != sos)
+            continue;
+        const auto Of = [&](int n) {
+            return c.sos ? Biquads(c.M, Doubles(5 * n, 0.5))
+                         : Coefs(c.M, Doubles(n + 1, 0.5), {1});
+        };
+        FilterPtr s = Of(c.src), d = Of(c.dst);
+        const size_t sn = c.M * (c.sos ? 4 * c.src : c.src + 1),
+                     dn = c.M * (c.sos ? 4 * c.dst : c.dst + 1);
+        if (c.sos) {
+            Mark(SOS(s)->memory, sn, 100.0, 1.0);
+            Mark(SOS(d)->memory, dn, -1.0, -1.0);
+            SOS(s)->head = c.srcHead, SOS(d)->head = 1;
+        } else {
+            Mark(DF(s)->memory, sn, 100.0f, 1.0f);
+            Mark(DF(d)->memory, dn, -1.0f, -1.0f);
+            DF(s)->head = c.srcHead, DF(d)->head = 1;
+        }
         EXPECT_EQ(Copy(d, s), 1);
-        EXPECT_EQ(Floats(DF(d)->memory, DF(d)->memory + k.ring.size()), k.ring);
-        EXPECT_EQ(DF(d)->head, k.order);
+        EXPECT_EQ(c.sos ? Doubles(SOS(d)->memory, SOS(d)->memory + dn)
+                        : Doubles(DF(d)->memory, DF(d)->memory + dn),
+                  c.ring)
+            << c.sos << " " << c.M << " " << c.src << " " << c.dst;
+        EXPECT_EQ(c.sos ? SOS(d)->head : DF(d)->head, c.head);
+        EXPECT_TRUE(!c.sos || c.src != c.dst ||
+                    Filtered(s.get(), {1, 2}) == Filtered(d.get(), {1, 2}));
     }
-    // A shorter destination takes the source's head of 5 over its order of
-    // 2. Frames on rows past the ring see rows 0 and 1 as history and store
-    // nothing the ring keeps, until head is back inside it.
+}
+
+TEST(FilterMemories, DirectFormCopies)
+{
+    CheckCopies(false);
+    // Frames of a direct form whose head lies past its ring see rows 0 and 1
+    // as history and store nothing the ring keeps, until head is back inside.
     FilterPtr longer = Coefs(1, Doubles(8, 0.5), {1});
     Filtered(longer.get(), {0, 0, 0});
     DF(longer)->memory[0] = 2;
@@ -249,43 +271,8 @@ TEST(FilterMemories, DirectFormCopies)
 
 TEST(FilterMemories, SectionCopies)
 {
-    // Equal counts carry ring and head over: the two go on as one. The
-    // clear for channel c starts at srcS + M c: for channel 0 exactly the
-    // added sections, for later ones elsewhere in the row, and the last
-    // row's last clear runs past the ring.
-    const struct {
-        int M, srcS, dstS;
-        Doubles row0, row3; // destination rows after the copy
-        int srcHead, head;
-    } cases[] = {
-        // clang-format off
-        {1, 2, 2, {100, 101}, {106, 107}, 3, 3},
-        {2, 1, 3, {100, 0, 0, 0, 0, -6}, {106, 0, 0, 0, 0, -24}, 1, 1},
-        {3, 1, 2, {100, 0, 101, -4, 102, -6}, {109, 0, 110, -22, 111, -24}, 2, 2},
-        {2, 3, 1, {100, 103}, {118, 121}, 3, 3},
-        {2, 0, 2, {0, 0, 0, 0}, {0, 0, 0, 0}, 2, 0}, // no source sections: silence
-        {2, 2, 0, {}, {}, 2, 0},                     // no destination sections
-        // clang-format on
-    };
-    for (const auto &k : cases) {
-        FilterPtr s = Biquads(k.M, Doubles(5 * k.srcS, 0.5)),
-                  d = Biquads(k.M, Doubles(5 * k.dstS, 0.5));
-        for (int i = 0; i < 4 * k.M * k.srcS; i++)
-            SOS(s)->memory[i] = 100 + i;
-        for (int i = 0; i < 4 * k.M * k.dstS; i++)
-            SOS(d)->memory[i] = -1 - i;
-        SOS(s)->head = k.srcHead;
-        SOS(d)->head = 1;
-        EXPECT_EQ(Copy(d, s), 1);
-        const double *m = SOS(d)->memory;
-        const size_t row = k.row0.size();
-        EXPECT_EQ(Doubles(m, m + row), k.row0);
-        EXPECT_EQ(Doubles(m + 3 * row, m + 4 * row), k.row3);
-        EXPECT_EQ(SOS(d)->head, k.head);
-        EXPECT_TRUE(k.srcS != k.dstS ||
-                    Filtered(s.get(), {1, 2}) == Filtered(d.get(), {1, 2}));
-    }
-    // Refusals: a null filter, another form, channel count or type code.
+    CheckCopies(true);
+    // A null filter, another form, channel count or type code: no copy.
     FilterPtr dst = Biquads(2, kQ), typed = Biquads(2, kQ);
     Filtered(dst.get(), {1, 2, 3, 4, 5, 6});
     const Doubles before(SOS(dst)->memory, SOS(dst)->memory + 16);
@@ -304,7 +291,10 @@ int NotAFilter(_TOLV_FILTER *, const float *, float *, uint32_t, uint32_t,
     return 1;
 }
 
-TEST(FilterMemories, DestroyMessages)
+// Destroying a filter without state, or of an unknown form, is reported.
+// A negative channel count walks no channel: every object made with one is
+// reset, copied into and destroyed without touching memory it does not own.
+TEST(FilterMemories, DestroyAndNegativeChannelCounts)
 {
     Messages log;
     EXPECT_EQ(TOLV_DestroyFilter(nullptr), 0);
@@ -316,26 +306,18 @@ TEST(FilterMemories, DestroyMessages)
     f->filterFn = NotAFilter;
     f->stateData = state; // left allocated: freed here, once
     EXPECT_EQ(TOLV_DestroyFilter(f), 1);
-    free(state->sections);
-    free(state->memory);
-    free(state);
+    free(state->sections), free(state->memory), free(state);
     EXPECT_EQ(Texts(log),
               (Strings{"TOLV_DestroyFilter: Filter state is NULL!",
                        "TOLV_DestroyFilter: Invalid filter type!"}));
-}
-
-// A negative channel count walks no channel: every object made with one can
-// be reset, copied into and destroyed without touching memory it does not own.
-TEST(FilterMemories, NegativeChannelCountsOwnEmptyRings)
-{
     for (int M : {-1, -7}) {
-        FilterPtr f[] = {
+        FilterPtr g[] = {
             Coefs(M, kB, kA), Coefs(M, {0.2, 0.4}, kA), Biquads(M, kQ),
             Biquads(M, {-1.2, 0.5, 0.1, 0.2, 0.1}),
             Own(TOLV_CreateFilter("order=4, fpass=0.25, nc=%d", M))};
         for (int i = 0; i < 5; i++)
-            EXPECT_TRUE(TOLV_ResetFilter(f[i].get()) &&
-                        (i == 4 || Copy(f[i], f[i ^ 1])));
+            EXPECT_TRUE(TOLV_ResetFilter(g[i].get()) &&
+                        (i == 4 || Copy(g[i], g[i ^ 1])));
     }
 }
 

@@ -1,5 +1,4 @@
-// Helpers of the filter tests: owned filters, bit patterns, section records
-// and the texts of the reports.
+// Helpers of the filter tests: owned filters, records, bits, report texts.
 #ifndef TOLV_FILTER_TEST_UTIL_H
 #define TOLV_FILTER_TEST_UTIL_H
 
@@ -8,8 +7,6 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "TOLVfilter/design.h"
 #include "TOLVfilter/filter.h"
