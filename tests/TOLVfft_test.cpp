@@ -33,7 +33,7 @@ struct Processors {
 /* Per length: N / 2 + 1 bins; the PSD is |X|^2 to the bit with or without a
  * scratch and writes 4 (N / 8 + 1) floats, not one more; the inverse gives N
  * times the frame, normalised by the float reciprocal of N. */
-TEST(FFTProcessor, PowerSpectrumAndRoundTrip)
+TEST(FFTProcessor, PowerSpectrumRoundTripAndRefusals)
 {
     for (int n : {1, 2, 3, 7, 8, 9, 16, 27, 100, 512, 1021}) {
         Processors p(n);
@@ -67,17 +67,11 @@ TEST(FFTProcessor, PowerSpectrumAndRoundTrip)
             ASSERT_EQ(Bits(plain[t] * (1.0f / (float)n)), Bits(scaled[t]));
         }
     }
-}
-
-/* Null objects; N = 0 gives null plans that destroy cleanly; in place is
- * reported and the transform runs anyway. */
-TEST(FFTProcessor, NullObjectsAndInPlaceReport)
-{
-    Processors p(16);
+    /* Null objects; N = 0 gives null plans; in place is reported, and runs. */
+    Processors p(16), refused(0);
     EXPECT_TRUE(TOLV_CreateComplexVector(nullptr) == nullptr &&
                 TOLV_DestroyComplexVector(nullptr) == 0 &&
                 TOLV_FFTProcDestroy(nullptr) == 0);
-    Processors refused(0);
     EXPECT_TRUE(refused.forward->plan == nullptr &&
                 refused.inverse->plan == nullptr);
 
