@@ -104,6 +104,12 @@ int _PolyphaseResample(_TOLV_POLYPHASE *s, const float *input, float *output,
     for (int i = 0; i < frames; i++)
         x[i] = input[i];
 
+    int wide = _PolyphaseLaneTicks(s, x, frames, output);
+    if (wide >= 0) {
+        _CatchUpLine(s, x, 0, frames);
+        return wide;
+    }
+
     /* The first K - 1 frames still reach back into the line. */
     int32_t taps = s->tapsPerPhase;
     int head = frames < taps - 1 ? frames : taps - 1;

@@ -150,6 +150,7 @@ static void _PolyphaseDestroy(void *state)
         free(s->phaseFilters[p]);
     free(s->phaseFilters);
     free(s->delayLine);
+    free(s->laneHistory);
     free(s);
 }
 

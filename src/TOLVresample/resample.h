@@ -34,6 +34,11 @@ typedef struct _TOLV_POLYPHASE {
     int32_t writeIndex;
     int32_t skipRemaining;  /* ticks still dropped for delay compensation */
     int32_t flushRemaining; /* frames a flush can still give */
+    /* Work block of the wide ticks: for each frame k of a block, the
+     * samples k, k + M, ... side by side (see polyphase_lanes.cpp); like
+     * staging it holds nothing between calls and only grows. */
+    double *laneHistory;
+    int64_t laneHistoryCapacity; /* entries of laneHistory */
 } _TOLV_POLYPHASE;
 
 typedef struct _TOLV_ZOH {
@@ -99,6 +104,21 @@ int _PolyphaseResample(_TOLV_POLYPHASE *state, const float *input,
 int _ZOHResample(_TOLV_ZOH *state, const float *input, float *output,
                  int frames);
 int _PolyphaseFlush(_TOLV_POLYPHASE *state, float *output, int maxFrames);
+
+/* The ticks of a whole block widened to double in x, run side by side in
+ * vector lanes, the history before the block read from the line (which
+ * the caller then brings up to date); the phase and the skip count move on
+ * past the block. Gives the ticks written, or -1 with nothing done when the
+ * plain loop must take the block (lanes off, rows too far apart or no
+ * memory). */
+int _PolyphaseLaneTicks(_TOLV_POLYPHASE *s, const double *x, int frames,
+                        float *output);
+/* Double lanes of the widest tick kernel the processor runs (8, 4 or 2),
+ * or the width set by _PolyphaseSetLanes; 1 is the plain loop. */
+int _PolyphaseLanes(void);
+/* Forces a lane width (1, 2, 4 or 8, no wider than the processor runs) for
+ * every stream; 0 goes back to the widest. For tests and benchmarks. */
+void _PolyphaseSetLanes(int lanes);
 
 /* One tick over the circular history: the tap row[t] meets the sample of
  * age t, which sits at (writeIndex + t) mod K, so the ring is walked as two
