@@ -104,6 +104,8 @@ int _PolyphaseResample(_TOLV_POLYPHASE *s, const float *input, float *output,
     for (int i = 0; i < frames; i++)
         x[i] = input[i];
 
+    /* Vector lanes take the whole block where the processor has them; the
+     * loop below is the plain path, with the same bits. */
     int wide = _PolyphaseLaneTicks(s, x, frames, output);
     if (wide >= 0) {
         _CatchUpLine(s, x, 0, frames);
