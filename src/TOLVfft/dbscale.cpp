@@ -88,13 +88,7 @@ namespace lanes16 {
 
 int _TOLV_DbWidestLanes(void)
 {
-    static const int lanes = [] {
-        __builtin_cpu_init();
-        if (__builtin_cpu_supports("avx512f"))
-            return 16;
-        return __builtin_cpu_supports("avx2") ? 8 : 4;
-    }();
-    return lanes;
+    return 4 << _TOLV_VectorLevel();
 }
 
 void _TOLV_DbVector(const _TOLV_DbArgs &args, int end, int lanes)

@@ -94,7 +94,8 @@ static void _CatchUpLine(_TOLV_POLYPHASE *s, const double *x, int first,
 int _PolyphaseResample(_TOLV_POLYPHASE *s, const float *input, float *output,
                        int frames)
 {
-    _ResampleGrowStaging(&s->staging, &s->stagingCapacity, frames);
+    _ResampleGrowStaging(&s->staging, &s->stagingCapacity, frames,
+                         _PolyphaseLaneSlack(s, frames));
     if (frames <= 0)
         return 0;
     /* A flushed stream has ended; its negative phase names no row. */

@@ -150,7 +150,6 @@ static void _PolyphaseDestroy(void *state)
         free(s->phaseFilters[p]);
     free(s->phaseFilters);
     free(s->delayLine);
-    free(s->laneHistory);
     free(s);
 }
 

@@ -7,6 +7,7 @@
  * makes every tap a single product of a vector of history by one broadcast
  * coefficient: lane j needs x[f + jM - t] at tap t, which the lane history
  * holds side by side at entry f - t (for M = 1 the samples themselves do).
+ * Both live in the work room after the staging block.
  *
  * Each lane keeps its tick's order of sums, so the lanes give the bits of
  * the plain loop on every machine and at every width. The ticks of one row
@@ -20,6 +21,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "lanes.h"
 #include "resample.h"
 
 #pragma GCC diagnostic ignored "-Wpsabi"
@@ -85,17 +87,7 @@ static int _forcedLanes = 0;
 
 static int _WidestLanes(void)
 {
-#if defined(__x86_64__)
-    static const int lanes = [] {
-        __builtin_cpu_init();
-        if (__builtin_cpu_supports("avx512f"))
-            return 8;
-        return __builtin_cpu_supports("avx2") ? 4 : 2;
-    }();
-    return lanes;
-#else
-    return 2;
-#endif
+    return 2 << _TOLV_VectorLevel();
 }
 
 int _PolyphaseLanes(void)
@@ -165,26 +157,19 @@ static int64_t _SegmentFrames(const _TOLV_POLYPHASE *s)
     return rowStep > SEGMENT_FRAMES ? rowStep : SEGMENT_FRAMES;
 }
 
-/* Room for one segment's samples with the K - 1 before them and a run's
- * worth of zeros after (the idle lanes of a last run read there when
- * M = 1), then for the lane history when M > 1. */
-static bool _GrowLaneHistory(_TOLV_POLYPHASE *s, int frames, int lanes)
+/* Work room after the staging block: one segment's samples with the K - 1
+ * before them and a run's worth of zeros after (the idle lanes of a last
+ * run read there when M = 1), then the lane history when M > 1, for the
+ * widest lanes the processor has. */
+int64_t _PolyphaseLaneSlack(const _TOLV_POLYPHASE *s, int64_t frames)
 {
-    int64_t segment = _SegmentFrames(s);
-    if (frames < segment)
-        segment = frames;
-    const int64_t span = segment + s->tapsPerPhase - 1;
-    const int64_t need =
-        span + lanes + (s->down == 1 ? 0 : span * static_cast<int64_t>(lanes));
-    if (s->laneHistory != nullptr && need <= s->laneHistoryCapacity)
-        return true;
-    double *grown = static_cast<double *>(
-        realloc(s->laneHistory, static_cast<size_t>(need) * sizeof(double)));
-    if (grown == nullptr)
-        return false;
-    s->laneHistory = grown;
-    s->laneHistoryCapacity = need;
-    return true;
+    if (frames <= 0 || s->down > WIDEST_STEP)
+        return 0;
+    const int64_t lanes = _WidestLanes();
+    const int64_t segment = _SegmentFrames(s);
+    const int64_t span =
+        (frames < segment ? frames : segment) + s->tapsPerPhase - 1;
+    return span + lanes + (s->down == 1 ? 0 : span * lanes);
 }
 
 /* Samples [a - (K - 1), b) of the stream in time order, then lanes zeros:
@@ -231,17 +216,17 @@ static int64_t _SegmentTicks(_TOLV_POLYPHASE *s, const double *x, int64_t a,
     s->skipRemaining -= static_cast<int32_t>(skipped);
     const int64_t older = s->tapsPerPhase - 1;
     const int64_t frames = b - a + older;
-    _FillSamples(s, x, a, b, lanes, s->laneHistory);
+    double *room = s->staging + s->stagingCapacity;
+    _FillSamples(s, x, a, b, lanes, room);
     _Batch batch = {};
     batch.lanes = lanes;
     batch.taps = s->tapsPerPhase;
     batch.stride = 1;
     batch.up = L;
-    const double *history = s->laneHistory;
+    const double *history = room;
     if (M != 1) {
-        history = s->laneHistory + frames + lanes;
-        _FillLaneHistory(s->laneHistory, frames, M, lanes,
-                         s->laneHistory + frames + lanes);
+        history = room + frames + lanes;
+        _FillLaneHistory(room, frames, M, lanes, room + frames + lanes);
         batch.stride = lanes;
     }
     const int64_t rows = kept < L ? kept : L;
@@ -261,8 +246,7 @@ int _PolyphaseLaneTicks(_TOLV_POLYPHASE *s, const double *x, int frames,
                         float *output)
 {
     const int lanes = _PolyphaseLanes();
-    if (lanes < 2 || s->down > WIDEST_STEP || frames <= 0 ||
-        !_GrowLaneHistory(s, frames, lanes))
+    if (lanes < 2 || s->down > WIDEST_STEP || frames <= 0)
         return -1;
     const int64_t segment = _SegmentFrames(s);
     int64_t written = 0;
