@@ -140,6 +140,8 @@ static void _FillLaneHistory(const double *samples, int64_t frames,
         return lanes8::_FillHistory(samples, frames, step, h);
     if (lanes == 4)
         return lanes4::_FillHistory(samples, frames, step, h);
+#else
+    (void)lanes;
 #endif
     lanes2::_FillHistory(samples, frames, step, h);
 }
