@@ -116,8 +116,10 @@ std::vector<float> FloatPathDb(const std::vector<float> &x,
     _TOLV_DbArgs args = {in.data + 4, four.data + 4, curve, 1, ref, -2000};
     _TOLV_DbVector(args, end, 4);
     args.db = wide.data + 4;
-    _TOLV_DbVector(args, end, _TOLV_DbWidestLanes());
-    EXPECT_EQ(0, memcmp(four.data, wide.data, 4 * (end + 4)));
+    for (int lanes = 8; lanes <= _TOLV_DbWidestLanes(); lanes *= 2) {
+        _TOLV_DbVector(args, end, lanes);
+        EXPECT_EQ(0, memcmp(four.data, wide.data, 4 * (end + 4))) << lanes;
+    }
     EXPECT_EQ(end + 4u, four.WrittenExtent());
     return std::vector<float>(four.data + 4, four.data + 4 + n);
 }
@@ -129,7 +131,10 @@ std::vector<float> FloatPathDb(const std::vector<float> &x,
 TEST(PSDtoDB, FloatPathBitsAndDoubleReference)
 {
 #if defined(__x86_64__)
-    ASSERT_EQ(__builtin_cpu_supports("avx2") ? 8 : 4, _TOLV_DbWidestLanes());
+    ASSERT_EQ(__builtin_cpu_supports("avx512f") ? 16
+              : __builtin_cpu_supports("avx2")  ? 8
+                                                : 4,
+              _TOLV_DbWidestLanes());
 #else
     ASSERT_EQ(4, _TOLV_DbWidestLanes()); /* no wider path off x86 */
 #endif

@@ -20,13 +20,16 @@
 #include "lanes.h"
 #include "tolv.h"
 
-/* Lane vectors: four lanes from lanes.h, and eight for x86-64's AVX2.
+/* Lane vectors: four lanes from lanes.h, eight for x86-64's AVX2 and
+ * sixteen for its AVX-512.
  * Memory is only reached through _load and _store, which assume no
  * alignment. Values of eight lanes only live inside inlined code, so their
  * calling convention is moot. */
 #pragma GCC diagnostic ignored "-Wpsabi"
 typedef float _F8 __attribute__((vector_size(32), aligned(16)));
 typedef int32_t _I8 __attribute__((vector_size(32), aligned(16)));
+typedef float _F16 __attribute__((vector_size(64), aligned(16)));
+typedef int32_t _I16 __attribute__((vector_size(64), aligned(16)));
 
 static inline float _bits(uint32_t pattern)
 {
@@ -37,7 +40,7 @@ static inline float _bits(uint32_t pattern)
 
 /* The one lane kernel, built for the baseline instruction set, four lanes at
  * a time, and on x86-64 once more for processors with eight float lanes
- * (AVX2), chosen at run time. */
+ * (AVX2) and sixteen (AVX-512), chosen at run time. */
 #define _DB_LANES 4
 namespace {
 namespace lanes4 {
@@ -62,6 +65,22 @@ namespace lanes8 {
 } // namespace
 #if defined(__clang__)
 #pragma clang attribute pop
+#pragma clang attribute push(__attribute__((target("avx512f"))),               \
+                             apply_to = function)
+#else
+#pragma GCC pop_options
+#pragma GCC push_options
+#pragma GCC target("avx512f")
+#endif
+#undef _DB_LANES
+#define _DB_LANES 16
+namespace {
+namespace lanes16 {
+#include "TOLVfft/dblanes.inc"
+}
+} // namespace
+#if defined(__clang__)
+#pragma clang attribute pop
 #else
 #pragma GCC pop_options
 #endif
@@ -69,16 +88,14 @@ namespace lanes8 {
 
 int _TOLV_DbWidestLanes(void)
 {
-    static const int lanes = [] {
-        __builtin_cpu_init();
-        return __builtin_cpu_supports("avx2") ? 8 : 4;
-    }();
-    return lanes;
+    return 4 << _TOLV_VectorLevel();
 }
 
 void _TOLV_DbVector(const _TOLV_DbArgs &args, int end, int lanes)
 {
-    if (lanes == 8)
+    if (lanes == 16)
+        lanes16::_dbRun(args, end);
+    else if (lanes == 8)
         lanes8::_dbRun(args, end);
     else
         lanes4::_dbRun(args, end);

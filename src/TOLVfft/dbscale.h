@@ -15,11 +15,12 @@ struct _TOLV_DbArgs {
     float floor;        /* -range */
 };
 
-/* 8 where the processor runs eight float lanes at once, else 4. */
+/* 16 or 8 where the processor runs that many float lanes at once, else 4. */
 int _TOLV_DbWidestLanes(void);
 
 /* db[i] for i from 0 below end (a multiple of 4), `lanes` at a time (4, or
- * 8 when _TOLV_DbWidestLanes allows it); the bits do not depend on it. */
+ * 8 or 16 when _TOLV_DbWidestLanes allows it); the bits do not depend on
+ * it. */
 void _TOLV_DbVector(const _TOLV_DbArgs &args, int end, int lanes);
 
 #endif

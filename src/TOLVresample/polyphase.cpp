@@ -94,7 +94,8 @@ static void _CatchUpLine(_TOLV_POLYPHASE *s, const double *x, int first,
 int _PolyphaseResample(_TOLV_POLYPHASE *s, const float *input, float *output,
                        int frames)
 {
-    _ResampleGrowStaging(&s->staging, &s->stagingCapacity, frames);
+    _ResampleGrowStaging(&s->staging, &s->stagingCapacity, frames,
+                         _PolyphaseLaneSlack(s, frames));
     if (frames <= 0)
         return 0;
     /* A flushed stream has ended; its negative phase names no row. */
@@ -103,6 +104,14 @@ int _PolyphaseResample(_TOLV_POLYPHASE *s, const float *input, float *output,
     double *x = s->staging;
     for (int i = 0; i < frames; i++)
         x[i] = input[i];
+
+    /* Vector lanes take the whole block where the processor has them; the
+     * loop below is the plain path, with the same bits. */
+    int wide = _PolyphaseLaneTicks(s, x, frames, output);
+    if (wide >= 0) {
+        _CatchUpLine(s, x, 0, frames);
+        return wide;
+    }
 
     /* The first K - 1 frames still reach back into the line. */
     int32_t taps = s->tapsPerPhase;

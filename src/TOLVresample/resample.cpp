@@ -21,7 +21,8 @@ int32_t _ResampleGcd(int32_t a, int32_t b)
     return a;
 }
 
-void _ResampleGrowStaging(double **staging, int64_t *capacity, int64_t required)
+void _ResampleGrowStaging(double **staging, int64_t *capacity, int64_t required,
+                          int64_t slack)
 {
     if (*staging != nullptr && required <= *capacity)
         return;
@@ -29,7 +30,8 @@ void _ResampleGrowStaging(double **staging, int64_t *capacity, int64_t required)
      * pointer never reads as released. The block carries nothing between
      * calls; it is cleared so that no stage ever reads an indeterminate
      * value from it. */
-    size_t entries = required > 0 ? static_cast<size_t>(required) : 1;
+    size_t entries = (required > 0 ? static_cast<size_t>(required) : 1) +
+                     static_cast<size_t>(slack);
     *staging =
         static_cast<double *>(realloc(*staging, entries * sizeof(double)));
     memset(*staging, 0, entries * sizeof(double));

@@ -70,9 +70,10 @@ extern const char __ResampleBadObject[];
 
 int32_t _ResampleGcd(int32_t a, int32_t b);
 /* Grows a work block to at least `required` entries when it is null or too
- * small; it never shrinks. */
-void _ResampleGrowStaging(double **staging, int64_t *capacity,
-                          int64_t required);
+ * small; it never shrinks. The capacity counts `required` only: `slack`
+ * more entries after them are the work room of the vector lanes. */
+void _ResampleGrowStaging(double **staging, int64_t *capacity, int64_t required,
+                          int64_t slack);
 
 /* What a kind does behind the exported calls. The set-up fills in the
  * handle's kind and state (or leaves the state null after a refusal); the
@@ -99,6 +100,24 @@ int _PolyphaseResample(_TOLV_POLYPHASE *state, const float *input,
 int _ZOHResample(_TOLV_ZOH *state, const float *input, float *output,
                  int frames);
 int _PolyphaseFlush(_TOLV_POLYPHASE *state, float *output, int maxFrames);
+
+/* The ticks of a whole block widened to double in x (staging), run side by
+ * side in vector lanes, the history before the block read from the line
+ * (which the caller then brings up to date); the phase and the skip count
+ * move on past the block. Gives the ticks written, or -1 with nothing done
+ * when the plain loop must take the block (lanes off, rows too far apart). */
+int _PolyphaseLaneTicks(_TOLV_POLYPHASE *s, const double *x, int frames,
+                        float *output);
+/* Work room the lanes need after a staging block of `frames` entries; it
+ * grows with frames up to a bound, so staging still grows only with the
+ * largest block. */
+int64_t _PolyphaseLaneSlack(const _TOLV_POLYPHASE *s, int64_t frames);
+/* Double lanes of the widest tick kernel the processor runs (8, 4 or 2),
+ * or the width set by _PolyphaseSetLanes; 1 is the plain loop. */
+int _PolyphaseLanes(void);
+/* Forces a lane width (1, 2, 4 or 8, no wider than the processor runs) for
+ * every stream; 0 goes back to the widest. For tests and benchmarks. */
+void _PolyphaseSetLanes(int lanes);
 
 /* One tick over the circular history: the tap row[t] meets the sample of
  * age t, which sits at (writeIndex + t) mod K, so the ring is walked as two

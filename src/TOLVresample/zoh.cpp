@@ -10,7 +10,7 @@ int _ZOHResample(_TOLV_ZOH *s, const float *input, float *output, int frames)
 {
     /* Bound of what one block can give, at most L / M + 1 frames per frame. */
     _ResampleGrowStaging(&s->staging, &s->stagingCapacity,
-                         static_cast<int64_t>(s->stagingFactor) * frames);
+                         static_cast<int64_t>(s->stagingFactor) * frames, 0);
     if (!s->upsampling) {
         FilterBlockFloat(s->aCoeffs, s->bCoeffs, s->coefficientCount, s->stateA,
                          s->stateB, input, s->staging, frames);

@@ -7,32 +7,89 @@
  * and the dot product is neither squared nor made absolute, so only in-phase
  * matches score; the 1.0 keeps silence finite at a score of 0. Sums run in
  * double in ascending point order. Candidates are independent of each other,
- * so two of them share a vector register, one per lane, each lane summing in
- * that same order: the scores are those of the plain loop to the bit. */
+ * so neighbours share a vector register, one per lane (2, 4 or 8 lanes as the
+ * processor has them, two registers at a time), each lane summing in that
+ * same order: the scores are those of the plain loop to the bit. */
 #include <math.h>
+#include <string.h>
 
 #include "lanes.h"
 #include "solafs.h"
 
-/* Scores of candidates c .. c + 3, four lanes in two registers; candidate
- * c + k reads point i at x[k + ratio * i]. */
-static void _SolafsScore4(const double *x, const float *y, int32_t points,
-                          int32_t ratio, double *scores)
+#define _SEARCH_LANES 2
+namespace {
+namespace lanes2 {
+#include "TOLVsolafs/search_lanes.inc"
+}
+} // namespace
+#undef _SEARCH_LANES
+
+#if defined(__x86_64__)
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((target("avx2"))),                  \
+                             apply_to = function)
+#else
+#pragma GCC push_options
+#pragma GCC target("avx2")
+#endif
+#define _SEARCH_LANES 4
+namespace {
+namespace lanes4 {
+#include "TOLVsolafs/search_lanes.inc"
+}
+} // namespace
+#undef _SEARCH_LANES
+#if defined(__clang__)
+#pragma clang attribute pop
+#pragma clang attribute push(__attribute__((target("avx512f"))),               \
+                             apply_to = function)
+#else
+#pragma GCC pop_options
+#pragma GCC push_options
+#pragma GCC target("avx512f")
+#endif
+#define _SEARCH_LANES 8
+namespace {
+namespace lanes8 {
+#include "TOLVsolafs/search_lanes.inc"
+}
+} // namespace
+#undef _SEARCH_LANES
+#if defined(__clang__)
+#pragma clang attribute pop
+#else
+#pragma GCC pop_options
+#endif
+#endif
+
+/* Scores of the candidates from x on, as many as the widest group of the
+ * vector level holds (4, 8 or 16). */
+static void _ScoreWidest(int level, const double *x, const float *y,
+                         int32_t points, int32_t ratio, double *scores)
 {
-    _D2 dot01 = {0.0, 0.0}, dot23 = {0.0, 0.0};
-    _D2 energy01 = {1.0, 1.0}, energy23 = {1.0, 1.0};
-    for (int32_t i = 0; i < points; i++) {
-        const double *at = x + ratio * i;
-        const _D2 v01 = _LoadD2(at);
-        const _D2 v23 = _LoadD2(at + 2);
-        const double t = (double)y[i];
-        energy01 = energy01 + v01 * v01;
-        energy23 = energy23 + v23 * v23;
-        dot01 = dot01 + v01 * t;
-        dot23 = dot23 + v23 * t;
+#if defined(__x86_64__)
+    if (level == 2) {
+        return lanes8::_ScoreGroup(x, y, points, ratio, scores);
     }
-    _StoreD2(scores, dot01 / _SqrtD2(energy01));
-    _StoreD2(scores + 2, dot23 / _SqrtD2(energy23));
+    if (level == 1) {
+        return lanes4::_ScoreGroup(x, y, points, ratio, scores);
+    }
+#else
+    (void)level;
+#endif
+    lanes2::_ScoreGroup(x, y, points, ratio, scores);
+}
+
+/* The strictly greater rule: the smallest of equal candidates wins. */
+static void _KeepBest(const double *scores, int32_t count, int32_t c,
+                      int32_t skewStep, double *best, int32_t *skew)
+{
+    for (int32_t k = 0; k < count; k++) {
+        if (scores[k] > *best) {
+            *best = scores[k];
+            *skew = (c + k) * skewStep;
+        }
+    }
 }
 
 int32_t _SolafsSearch(_TOLV_SOLAFS *s, int32_t p)
@@ -65,23 +122,24 @@ int32_t _SolafsSearch(_TOLV_SOLAFS *s, int32_t p)
             x[m] = (double)_SolafsInputAt(s, first + (int64_t)s->skewStep * m);
     }
 
-    /* The strictly greater rule: the smallest of equal candidates wins, and
-     * with no positive score the skew stays 0. */
+    /* With no positive score the skew stays 0. Groups of the widest lanes
+     * while whole groups fit, then fours: W is a multiple of 8, so there are
+     * W / 2 candidates, a multiple of 4. */
     const float *y = s->similarityTemplate;
+    const int level = _TOLV_VectorLevel();
+    const int32_t widest = 4 << level;
     int32_t skew = 0;
     double best = 0.0;
-    double scores[4];
-    /* W is a multiple of 8, so there are W / 2 candidates, a multiple of 4;
-     * a last partial group would only read the scratch's slack. */
-    for (int32_t c = 0; c < candidates; c += 4) {
-        _SolafsScore4(x + c, y, points, ratio, scores);
-        int32_t lanes = candidates - c < 4 ? candidates - c : 4;
-        for (int32_t k = 0; k < lanes; k++) {
-            if (scores[k] > best) {
-                best = scores[k];
-                skew = (c + k) * s->skewStep;
-            }
-        }
+    double scores[16];
+    int32_t c = 0;
+    for (; c + widest <= candidates; c += widest) {
+        _ScoreWidest(level, x + c, y, points, ratio, scores);
+        _KeepBest(scores, widest, c, s->skewStep, &best, &skew);
+    }
+    for (; c < candidates; c += 4) {
+        lanes2::_ScoreGroup(x + c, y, points, ratio, scores);
+        int32_t count = candidates - c < 4 ? candidates - c : 4;
+        _KeepBest(scores, count, c, s->skewStep, &best, &skew);
     }
     return skew;
 }
