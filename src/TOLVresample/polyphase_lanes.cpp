@@ -6,18 +6,19 @@
  * row, and their newest frames lie exactly M apart. One lane per such tick
  * makes every tap a single product of a vector of history by one broadcast
  * coefficient: lane j needs x[f + jM - t] at tap t, which the lane history
- * holds side by side at entry f - t (for M = 1 the samples themselves do).
- * Both live in the work room after the staging block.
+ * holds side by side at entry f - t. It lives in the work room after the
+ * staging block.
  *
  * Each lane keeps its tick's order of sums, so the lanes give the bits of
  * the plain loop on every machine and at every width. The ticks of one row
  * are cut into runs as wide as the lanes, the last run partly filled (its
- * idle lanes read zeros or real samples and are never stored), and four
+ * idle lanes read zeros and are never stored), and four
  * runs go through the kernel together so that four sums are in flight.
  */
 #if defined(__x86_64__)
 #include <immintrin.h>
 #endif
+#include <stdint.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -160,52 +161,52 @@ static int64_t _SegmentFrames(const _TOLV_POLYPHASE *s)
 }
 
 /* Work room after the staging block: one segment's samples with the K - 1
- * before them and a run's worth of zeros after (the idle lanes of a last
- * run read there when M = 1), then the lane history when M > 1, for the
- * widest lanes the processor has. */
+ * before them and the zeros the last entries of the history read, then
+ * the history, on a 64-byte boundary so that no load of an entry
+ * straddles two cache lines, for the widest lanes the processor has. */
 int64_t _PolyphaseLaneSlack(const _TOLV_POLYPHASE *s, int64_t frames)
 {
     if (frames <= 0 || s->down > WIDEST_STEP)
         return 0;
-    const int64_t lanes = _WidestLanes();
     const int64_t segment = _SegmentFrames(s);
     const int64_t span =
         (frames < segment ? frames : segment) + s->tapsPerPhase - 1;
-    return span + lanes + (s->down == 1 ? 0 : span * lanes);
+    const int64_t lanes = _WidestLanes();
+    return span + (lanes - 1) * s->down + 8 + span * lanes;
 }
 
-/* Samples [a - (K - 1), b) of the stream in time order, then lanes zeros:
- * those before the block come from the line, where the sample of age g
- * sits at (writeIndex + g) mod K. */
+static double *_CacheLineUp(double *p)
+{
+    const uintptr_t at = reinterpret_cast<uintptr_t>(p);
+    return reinterpret_cast<double *>((at + 63) & ~static_cast<uintptr_t>(63));
+}
+
+/* Samples [a - (K - 1), b) of the stream in time order, then `zeros`
+ * zeros: those before the block come from the line, where the sample of
+ * age g sits at (writeIndex + g) mod K. */
 static void _FillSamples(const _TOLV_POLYPHASE *s, const double *x, int64_t a,
-                         int64_t b, int lanes, double *samples)
+                         int64_t b, int64_t zeros, double *samples)
 {
     const int64_t taps = s->tapsPerPhase;
     int64_t i = a - (taps - 1);
     for (; i < 0; i++)
         *samples++ = s->delayLine[(s->writeIndex - 1 - i) % taps];
     memcpy(samples, x + i, static_cast<size_t>(b - i) * sizeof(double));
-    memset(samples + (b - i), 0, static_cast<size_t>(lanes) * sizeof(double));
+    memset(samples + (b - i), 0, static_cast<size_t>(zeros) * sizeof(double));
 }
 
-/* The count ticks of one row, L apart in the block and M frames apart, in
- * runs of the full width and a last partial one. */
-static void _RowJobs(_Batch &b, const double *newest, const double *row,
-                     float *out, int64_t count, int64_t frameStep)
+static void _AddJob(_Batch &b, const _LaneJob &job)
 {
-    for (; count > 0; count -= b.lanes) {
-        const int lanes = count < b.lanes ? static_cast<int>(count) : b.lanes;
-        b.pending[b.count++] = _LaneJob{newest, row, out, lanes};
-        if (b.count == 4)
-            _RunBatch(b);
-        newest += b.lanes * frameStep;
-        out += b.lanes * b.up;
-    }
+    b.pending[b.count++] = job;
+    if (b.count == 4)
+        _RunBatch(b);
 }
 
 /* Ticks of frames [a, b): their count T, of which the first still to be
- * skipped are dropped; each of the first min(L, kept) ticks kept heads its
- * row's ticks. */
+ * skipped are dropped. Kept tick r + nL (r < L) is lane n mod W of run
+ * n / W of row r's ticks. Runs go out in order of time, every row's k-th
+ * run before any (k + 1)-th, so that the history they read is the few
+ * kilobytes around one place and stays in the first-level cache. */
 static int64_t _SegmentTicks(_TOLV_POLYPHASE *s, const double *x, int64_t a,
                              int64_t b, int lanes, float *out)
 {
@@ -218,26 +219,36 @@ static int64_t _SegmentTicks(_TOLV_POLYPHASE *s, const double *x, int64_t a,
     s->skipRemaining -= static_cast<int32_t>(skipped);
     const int64_t older = s->tapsPerPhase - 1;
     const int64_t frames = b - a + older;
-    double *room = s->staging + s->stagingCapacity;
-    _FillSamples(s, x, a, b, lanes, room);
+    double *samples = s->staging + s->stagingCapacity;
+    const int64_t zeros = (lanes - 1) * M;
+    _FillSamples(s, x, a, b, zeros, samples);
+    double *history = _CacheLineUp(samples + frames + zeros);
+    _FillLaneHistory(samples, frames, M, lanes, history);
     _Batch batch = {};
     batch.lanes = lanes;
     batch.taps = s->tapsPerPhase;
-    batch.stride = 1;
+    batch.stride = lanes;
     batch.up = L;
-    const double *history = room;
-    if (M != 1) {
-        history = room + frames + lanes;
-        _FillLaneHistory(room, frames, M, lanes, room + frames + lanes);
-        batch.stride = lanes;
-    }
-    const int64_t rows = kept < L ? kept : L;
-    for (int64_t r = 0; r < rows; r++) {
-        const int64_t pos = p0 + (skipped + r) * M;
-        const int64_t entry = pos / L + older;
-        _RowJobs(batch, history + entry * batch.stride,
-                 s->phaseFilters[pos % L], out + r, (kept - 1 - r) / L + 1,
-                 M * batch.stride);
+    /* Kept tick 0 sits at grid position p0 + skipped M; each next tick is M
+     * further, M / L frames and M mod L rows on. */
+    const int64_t start = p0 + skipped * M;
+    const int64_t rowStep = M % L, frameStep = M / L;
+    for (int64_t first = 0; first < kept; first += lanes * L) {
+        int64_t entry = start / L + older + (first / L) * M;
+        int64_t row = start % L;
+        for (int64_t tick = first; tick < first + L && tick < kept; tick++) {
+            const int64_t count = (kept - 1 - tick) / L + 1;
+            _AddJob(batch,
+                    _LaneJob{history + entry * lanes, s->phaseFilters[row],
+                             out + tick,
+                             count < lanes ? static_cast<int>(count) : lanes});
+            entry += frameStep;
+            row += rowStep;
+            if (row >= L) {
+                row -= L;
+                entry++;
+            }
+        }
     }
     if (batch.count != 0)
         _RunBatch(batch);
