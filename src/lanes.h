@@ -20,13 +20,6 @@
 #include <emmintrin.h>
 #elif defined(__aarch64__)
 #include <arm_neon.h>
-/* How wide a vector the processor runs: 0 for the baseline (SSE2, NEON), 1
- * for AVX2, 2 for AVX-512F; never above a cap set by _TOLV_CapVectorLevel
- * (a negative cap lifts it). Kernels built for the wider sets are chosen
- * from it at run time; every width gives the same bits. */
-int _TOLV_VectorLevel(void);
-void _TOLV_CapVectorLevel(int cap);
-
 #endif
 
 typedef float _F4 __attribute__((vector_size(16)));
@@ -113,13 +106,6 @@ static inline bool _AnyLane(_I4 mask)
 #else
     const _L2 halves = (_L2)mask;
     return (halves[0] | halves[1]) != 0;
-    /* How wide a vector the processor runs: 0 for the baseline (SSE2, NEON), 1
- * for AVX2, 2 for AVX-512F; never above a cap set by _TOLV_CapVectorLevel
- * (a negative cap lifts it). Kernels built for the wider sets are chosen
- * from it at run time; every width gives the same bits. */
-    int _TOLV_VectorLevel(void);
-    void _TOLV_CapVectorLevel(int cap);
-
 #endif
 }
 
@@ -131,13 +117,6 @@ static inline _F4 _MaxF4(_F4 a, _F4 b)
     return (_F4)_mm_max_ps((__m128)a, (__m128)b);
 #else
     return a > b ? a : b;
-    /* How wide a vector the processor runs: 0 for the baseline (SSE2, NEON), 1
- * for AVX2, 2 for AVX-512F; never above a cap set by _TOLV_CapVectorLevel
- * (a negative cap lifts it). Kernels built for the wider sets are chosen
- * from it at run time; every width gives the same bits. */
-    int _TOLV_VectorLevel(void);
-    void _TOLV_CapVectorLevel(int cap);
-
 #endif
 }
 
@@ -150,13 +129,6 @@ static inline _D2 _SqrtD2(_D2 v)
     return (_D2)vsqrtq_f64((float64x2_t)v);
 #else
     return _D2{sqrt(v[0]), sqrt(v[1])};
-    /* How wide a vector the processor runs: 0 for the baseline (SSE2, NEON), 1
- * for AVX2, 2 for AVX-512F; never above a cap set by _TOLV_CapVectorLevel
- * (a negative cap lifts it). Kernels built for the wider sets are chosen
- * from it at run time; every width gives the same bits. */
-    int _TOLV_VectorLevel(void);
-    void _TOLV_CapVectorLevel(int cap);
-
 #endif
 }
 
@@ -181,5 +153,20 @@ static inline int32_t _TruncToInt32(float value)
  * from it at run time; every width gives the same bits. */
 int _TOLV_VectorLevel(void);
 void _TOLV_CapVectorLevel(int cap);
+
+/* Functions defined between _TOLV_TARGET_BEGIN("avx2") (or "avx512f") and
+ * _TOLV_TARGET_END are built for that instruction set alone; they may only
+ * run where _TOLV_VectorLevel says the processor has it. */
+#define _TOLV_PRAGMA(text) _Pragma(#text)
+#if defined(__clang__)
+#define _TOLV_TARGET_BEGIN(isa)                                                \
+    _TOLV_PRAGMA(clang attribute push(__attribute__((target(isa))),            \
+                                      apply_to = function))
+#define _TOLV_TARGET_END _TOLV_PRAGMA(clang attribute pop)
+#else
+#define _TOLV_TARGET_BEGIN(isa)                                                \
+    _TOLV_PRAGMA(GCC push_options) _TOLV_PRAGMA(GCC target(isa))
+#define _TOLV_TARGET_END _TOLV_PRAGMA(GCC pop_options)
+#endif
 
 #endif

@@ -51,27 +51,14 @@ namespace lanes4 {
 
 #if defined(__x86_64__)
 #define _DB_LANES 8
-#if defined(__clang__)
-#pragma clang attribute push(__attribute__((target("avx2"))),                  \
-                             apply_to = function)
-#else
-#pragma GCC push_options
-#pragma GCC target("avx2")
-#endif
+_TOLV_TARGET_BEGIN("avx2")
 namespace {
 namespace lanes8 {
 #include "TOLVfft/dblanes.inc"
 }
 } // namespace
-#if defined(__clang__)
-#pragma clang attribute pop
-#pragma clang attribute push(__attribute__((target("avx512f"))),               \
-                             apply_to = function)
-#else
-#pragma GCC pop_options
-#pragma GCC push_options
-#pragma GCC target("avx512f")
-#endif
+_TOLV_TARGET_END
+_TOLV_TARGET_BEGIN("avx512f")
 #undef _DB_LANES
 #define _DB_LANES 16
 namespace {
@@ -79,11 +66,7 @@ namespace lanes16 {
 #include "TOLVfft/dblanes.inc"
 }
 } // namespace
-#if defined(__clang__)
-#pragma clang attribute pop
-#else
-#pragma GCC pop_options
-#endif
+_TOLV_TARGET_END
 #undef _DB_LANES
 
 int _TOLV_DbWidestLanes(void)

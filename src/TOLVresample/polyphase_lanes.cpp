@@ -47,13 +47,7 @@ namespace lanes2 {
 #undef _TICK_LANES
 
 #if defined(__x86_64__)
-#if defined(__clang__)
-#pragma clang attribute push(__attribute__((target("avx2"))),                  \
-                             apply_to = function)
-#else
-#pragma GCC push_options
-#pragma GCC target("avx2")
-#endif
+_TOLV_TARGET_BEGIN("avx2")
 #define _TICK_LANES 4
 namespace {
 namespace lanes4 {
@@ -61,15 +55,8 @@ namespace lanes4 {
 }
 } // namespace
 #undef _TICK_LANES
-#if defined(__clang__)
-#pragma clang attribute pop
-#pragma clang attribute push(__attribute__((target("avx512f"))),               \
-                             apply_to = function)
-#else
-#pragma GCC pop_options
-#pragma GCC push_options
-#pragma GCC target("avx512f")
-#endif
+_TOLV_TARGET_END
+_TOLV_TARGET_BEGIN("avx512f")
 #define _TICK_LANES 8
 namespace {
 namespace lanes8 {
@@ -77,11 +64,7 @@ namespace lanes8 {
 }
 } // namespace
 #undef _TICK_LANES
-#if defined(__clang__)
-#pragma clang attribute pop
-#else
-#pragma GCC pop_options
-#endif
+_TOLV_TARGET_END
 #endif
 
 static int _forcedLanes = 0;
