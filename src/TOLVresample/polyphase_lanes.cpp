@@ -15,11 +15,7 @@
  * idle lanes read zeros and are never stored), and four
  * runs go through the kernel together so that four sums are in flight.
  */
-#if defined(__x86_64__)
-#include <immintrin.h>
-#endif
 #include <stdint.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include "lanes.h"
