@@ -114,7 +114,12 @@ def test_a_killed_worker_takes_no_file_with_it(tmp_path):
                         workers=2, progress=False)
     killer.join()
     assert killed, "no worker was killed"
-    assert sorted(r["input"] for r in records if r["status"] == "ok") == good
+    assert sorted(r["input"] for r in records) == good
+    # The killed command may have linked its output just before it died;
+    # the retry then finds it complete and skips it. Only that one file.
+    status = [r["status"] for r in records]
+    assert status.count("ok") + status.count("skipped") == 8, records
+    assert status.count("skipped") <= 1, records
     assert leftovers(str(out)) == []
     for r in records:
         assert soundfile.info(r["output"]).frames == round(
