@@ -1,10 +1,12 @@
 /*
  * Filter run-time speed, in time per sample (the "per_sample" counter):
- * a cascade of 8 biquads, mono and stereo, and a direct form of order 8,
+ * a cascade of 8 biquads, mono and stereo, in its lanes and in the plain
+ * walk, and a direct form of order 8,
  * 48000 frames a call. Beside them, a bare loop of the cascade's own
- * arithmetic with its state in locals (the bound set by the dependency
- * chain), one section of it alone, and liquid-dsp's second-order-section
- * filter on the same coefficients when it is installed.
+ * arithmetic a frame at a time with its state in locals (as far as a
+ * frame-by-frame loop goes), one section of it alone (one recursion's
+ * chain), and liquid-dsp's second-order-section filter on the same
+ * coefficients when it is installed.
  */
 #include <benchmark/benchmark.h>
 
@@ -12,6 +14,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "TOLVfilter/filter.h"
 #include "tolv.h"
 
 #ifdef TOLV_BENCH_LIQUID
@@ -67,14 +70,19 @@ void Run(benchmark::State &state, _TOLV_FILTER *f, int channels)
     TOLV_DestroyFilter(f);
 }
 
+/* Second argument: the lane width (0 the widest the processor has, 1 the
+ * plain walk, 2, 4, 8; a width the processor lacks runs the widest). */
 void BM_Sections(benchmark::State &state)
 {
     const int channels = (int)state.range(0);
     const std::vector<double> q = Records();
+    _DFIISOSSetLanes((int)state.range(1));
+    state.counters["lanes"] = _DFIISOSLanes();
     Run(state, TOLV_CreateFilterFromBiquads(channels, kSections, q.data()),
         channels);
+    _DFIISOSSetLanes(0);
 }
-BENCHMARK(BM_Sections)->Arg(1)->Arg(2);
+BENCHMARK(BM_Sections)->ArgsProduct({{1, 2}, {0, 1, 2, 4}});
 
 /* Order 8: four of the sections multiplied out. */
 void BM_DirectForm8(benchmark::State &state)

@@ -107,10 +107,13 @@ int _DFIISOSfilter(_TOLV_FILTER *filter, const float *input, float *output,
     _DFIISOSstate *st = static_cast<_DFIISOSstate *>(filter->stateData);
     const int32_t M = filter->numChannels;
     const int32_t S = st->numSections;
-    if (S >= 2 && static_cast<int64_t>(M) * (S + 1) <= kMaxCarry) {
+    if (S >= 2) {
         const int64_t frames =
             ForwardFrames(input, output, count, start, step, M);
-        if (frames >= 0) {
+        if (frames >= 0 &&
+            _DFIISOSLaneWalk(st, M, input, output, start, step, frames))
+            return 1;
+        if (frames >= 0 && static_cast<int64_t>(M) * (S + 1) <= kMaxCarry) {
             SkewedWalk(st, M, input, output, start, step, frames);
             return 1;
         }

@@ -84,6 +84,16 @@ int _DFIISOSfilter(_TOLV_FILTER *filter, const float *input, float *output,
 int _DFIISOSreset(_TOLV_FILTER *filter);
 int _DFIISOScopyMem(_TOLV_FILTER *dest, const _TOLV_FILTER *src);
 
+/* The cascade in vector lanes, over `frames` frames of a forward walk whose
+ * buffers are one or apart; false (nothing done) where the lanes do not
+ * apply. _DFIISOSLanes gives the width in use; _DFIISOSSetLanes forces one
+ * the processor has (1: the plain walk; 0 or an unknown width: the widest). */
+bool _DFIISOSLaneWalk(_DFIISOSstate *st, int32_t M, const float *input,
+                      float *output, uint32_t start, uint32_t step,
+                      int64_t frames);
+int _DFIISOSLanes(void);
+void _DFIISOSSetLanes(int lanes);
+
 #ifdef __cplusplus
 }
 #endif
