@@ -8,6 +8,10 @@
  * -(M - 1) to M - 1 without wrapping. The result is rotated so that the lags
  * come in ascending order, lag 0 at index M - 1.
  */
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -15,6 +19,9 @@
 #include "keel.h"
 #include "lanes.h"
 #include "tolv.h"
+
+// Vectors of eight and sixteen floats pass only between inlined functions.
+#pragma GCC diagnostic ignored "-Wpsabi"
 
 struct _TOLV_XCORRPROC {
     KEEL_MEMDESCR memory;   // owns the object and its four buffers
@@ -32,36 +39,45 @@ struct _TOLV_XCORRPROC {
 
 namespace {
 
-// Bins k .. k + 3 of A times the conjugate of B, unscaled, as separate
-// real and imaginary parts: re = a.im b.im + a.re b.re,
-// im = a.im b.re - b.im a.re, in float.
-void crossParts(const TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int k, _F4 *re,
-                _F4 *im)
-{
-    const _F4 a0 = _LoadF4(&a[k].re), a1 = _LoadF4(&a[k + 2].re);
-    const _F4 b0 = _LoadF4(&b[k].re), b1 = _LoadF4(&b[k + 2].re);
-    const _F4 ar = _EvenLanes(a0, a1), ai = _OddLanes(a0, a1);
-    const _F4 br = _EvenLanes(b0, b1), bi = _OddLanes(b0, b1);
-    *re = ai * bi + ar * br;
-    *im = ai * br - bi * ar;
+// The bin kernels at 4 float lanes (SSE2, NEON) and, on x86-64, at 8 (AVX2)
+// and 16 (AVX-512F), chosen at run time.
+#define _XC_FLOATS 4
+namespace lanes4 {
+#include "TOLVxcorr_lanes.inc"
 }
-
-void storeBins(TOLV_COMPLEX *a, int k, _F4 re, _F4 im)
-{
-    _StoreF4(&a[k].re, _InterleaveLow(re, im));
-    _StoreF4(&a[k + 2].re, _InterleaveHigh(re, im));
+#undef _XC_FLOATS
+#if defined(__x86_64__)
+_TOLV_TARGET_BEGIN("avx2")
+#define _XC_FLOATS 8
+namespace lanes8 {
+#include "TOLVxcorr_lanes.inc"
 }
+#undef _XC_FLOATS
+_TOLV_TARGET_END
+_TOLV_TARGET_BEGIN("avx512f")
+#define _XC_FLOATS 16
+namespace lanes16 {
+#include "TOLVxcorr_lanes.inc"
+}
+#undef _XC_FLOATS
+_TOLV_TARGET_END
+#endif
 
-// A times the conjugate of B, scaled: the plain cross spectrum.
+// A times the conjugate of B, scaled: the plain cross spectrum,
+// re = a.im b.im + a.re b.re, im = a.im b.re - b.im a.re, in float.
 void crossSpectrum(TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int bins,
                    float scale)
 {
-    int k = 0;
-    for (; k + 4 <= bins; k += 4) {
-        _F4 re, im;
-        crossParts(a, b, k, &re, &im);
-        storeBins(a, k, re * scale, im * scale);
-    }
+    int k;
+#if defined(__x86_64__)
+    const int level = _TOLV_VectorLevel();
+    if (level == 2)
+        k = lanes16::_CrossBins(a, b, bins, scale);
+    else if (level == 1)
+        k = lanes8::_CrossBins(a, b, bins, scale);
+    else
+#endif
+        k = lanes4::_CrossBins(a, b, bins, scale);
     for (; k < bins; ++k) {
         const float ar = a[k].re, ai = a[k].im;
         const float br = b[k].re, bi = b[k].im;
@@ -70,33 +86,22 @@ void crossSpectrum(TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int bins,
     }
 }
 
-// The phase-transform weight of two bins in double: scale / |X| from the
-// float power, 1 where that magnitude is not above zero.
-_D2 phatWeight(_D2 power, _D2 scale)
-{
-    const _D2 magnitude = _SqrtD2(power);
-    const _D2 one = {1.0, 1.0};
-    return _Select(magnitude > 0.0, scale / magnitude, one);
-}
-
 // The cross spectrum brought to unit magnitude (times scale), so that only
 // its phase, that is the delay, survives. A bin whose float power is zero
 // keeps its value: there is no phase to keep and no division to make. The
-// weights and products are formed in double, two bins at a time, and
-// rounded back to float.
+// weights and products are formed in double and rounded back to float.
 void phatSpectrum(TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int bins, float scale)
 {
-    const _D2 s = {static_cast<double>(scale), static_cast<double>(scale)};
-    int k = 0;
-    for (; k + 4 <= bins; k += 4) {
-        _F4 re, im;
-        crossParts(a, b, k, &re, &im);
-        const _F4 power = re * re + im * im;
-        const _D2 lo = phatWeight(_WidenLow(power), s);
-        const _D2 hi = phatWeight(_WidenHigh(power), s);
-        storeBins(a, k, _Narrow(_WidenLow(re) * lo, _WidenHigh(re) * hi),
-                  _Narrow(_WidenLow(im) * lo, _WidenHigh(im) * hi));
-    }
+    int k;
+#if defined(__x86_64__)
+    const int level = _TOLV_VectorLevel();
+    if (level == 2)
+        k = lanes16::_PhatBins(a, b, bins, scale);
+    else if (level == 1)
+        k = lanes8::_PhatBins(a, b, bins, scale);
+    else
+#endif
+        k = lanes4::_PhatBins(a, b, bins, scale);
     for (; k < bins; ++k) {
         const float ar = a[k].re, ai = a[k].im;
         const float br = b[k].re, bi = b[k].im;

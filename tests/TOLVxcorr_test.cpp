@@ -6,6 +6,7 @@
 #include <cmath>
 #include <utility>
 
+#include "lanes.h"
 #include "spectral_test_support.h"
 #include "tolv.h"
 
@@ -62,8 +63,8 @@ std::vector<float> Replay(const std::vector<float> &a,
 
 /* Per pair of lengths: 2 M - 1 lags; the plain form is the sum of
  * a[n + L] b[n] / M within FFT rounding; both forms equal the replay to the
- * bit (at M = 4097, M x 2 M is not a float), also on a used processor, and
- * leave the inputs as they were. */
+ * bit (at M = 4097, M x 2 M is not a float), also on a used processor and
+ * at every vector width, and leave the inputs as they were. */
 TEST(Xcorr, MatchesTheDirectSumAndTheReplayToTheBit)
 {
     // clang-format off
@@ -81,6 +82,11 @@ TEST(Xcorr, MatchesTheDirectSumAndTheReplayToTheBit)
             x.Run(UniformNoise(la, 1, 1e3f), UniformNoise(lb, 2, 1e3f), phat);
             const auto r = x.Run(a, b, phat);
             ASSERT_EQ(Replay(a, b, phat), r) << la << "," << lb << phat;
+            for (int level = 0; level < _TOLV_VectorLevel(); ++level) {
+                _TOLV_CapVectorLevel(level); /* every narrower width */
+                EXPECT_EQ(x.Run(a, b, phat), r) << la << "," << lb << level;
+                _TOLV_CapVectorLevel(-1);
+            }
             ASSERT_TRUE(a == UniformNoise(la, la, 3.0f) &&
                         b == UniformNoise(lb, 1000 + lb, 0.01f));
             for (int lag = 1 - m; lag < m && !phat; ++lag) {
