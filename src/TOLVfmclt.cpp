@@ -10,6 +10,9 @@
  * input back one block late. All streaming state lives in the caller's
  * arrays, so one processor can serve several streams in turn.
  */
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 #include <fftw3.h>
 
 #include <cfloat>
@@ -22,6 +25,9 @@
 #include "lanes.h"
 #include "tolv.h"
 
+// Vectors of eight and sixteen floats pass only between inlined functions.
+#pragma GCC diagnostic ignored "-Wpsabi"
+
 struct _TOLV_FMCLTPROC {
     int32_t size;           // M: block length and number of subbands
     float *buffer;          // M + 1 complex pairs; every transform runs here
@@ -29,6 +35,36 @@ struct _TOLV_FMCLTPROC {
     fftwf_plan inversePlan; // complex to real, 2 M points, in place
     fftwf_plan sinePlan;    // type IV sine transform, M points, in place
 };
+
+// The kernels at 4 float lanes (SSE2, NEON) and, on x86-64, at 8 (AVX2) and
+// 16 (AVX-512F); WIDEST names the one the processor runs.
+#define _FM_FLOATS 4
+namespace lanes4 {
+#include "TOLVfmclt_lanes.inc"
+}
+#undef _FM_FLOATS
+#if defined(__x86_64__)
+_TOLV_TARGET_BEGIN("avx2")
+#define _FM_FLOATS 8
+namespace lanes8 {
+#include "TOLVfmclt_lanes.inc"
+}
+#undef _FM_FLOATS
+_TOLV_TARGET_END
+_TOLV_TARGET_BEGIN("avx512f")
+#define _FM_FLOATS 16
+namespace lanes16 {
+#include "TOLVfmclt_lanes.inc"
+}
+#undef _FM_FLOATS
+_TOLV_TARGET_END
+#define WIDEST(kernel)                                                         \
+    (_TOLV_VectorLevel() == 2   ? lanes16::kernel                              \
+     : _TOLV_VectorLevel() == 1 ? lanes8::kernel                               \
+                                : lanes4::kernel)
+#else
+#define WIDEST(kernel) lanes4::kernel
+#endif
 
 namespace {
 
@@ -66,18 +102,9 @@ bool usable(const _TOLV_FMCLTPROC *proc)
 // spectrum: the orthonormal gain and the window's phase rotation.
 void rotateBins(float *buf, const TOLV_COMPLEX *window, int count, float s)
 {
-    int k = 0;
-    // Flips the sign of the real parts' lanes: x - y is x + (-y) to the bit.
-    const _I4 negateReal = {INT32_MIN, 0, INT32_MIN, 0};
-    for (; k + 2 <= count; k += 2) {
-        const _F4 u = _LoadF4(buf + 2 * k) * s;
-        const _F4 w = _LoadF4(&window[k].re);
-        const _F4 wr = __builtin_shufflevector(w, w, 0, 0, 2, 2);
-        const _F4 wi = __builtin_shufflevector(w, w, 1, 1, 3, 3);
-        const _F4 swapped = __builtin_shufflevector(u, u, 1, 0, 3, 2);
-        const _F4 cross = (_F4)((_I4)(swapped * wi) ^ negateReal);
-        _StoreF4(buf + 2 * k, u * wr + cross);
-    }
+    // The lanes flip the sign of the real parts' cross products: x - y is
+    // x + (-y) to the bit.
+    int k = WIDEST(_RotateBins)(buf, window, count, s);
     for (; k < count; ++k) {
         const float ur = buf[2 * k] * s;
         const float ui = buf[2 * k + 1] * s;
@@ -92,15 +119,7 @@ void rotateBins(float *buf, const TOLV_COMPLEX *window, int count, float s)
 // two-tap kernel across neighbouring bins.
 void pairBins(const float *buf, float *real, float *imaginary, int m)
 {
-    int k = 0;
-    for (; k + 4 <= m; k += 4) {
-        const _F4 a0 = _LoadF4(buf + 2 * k), a1 = _LoadF4(buf + 2 * k + 4);
-        const _F4 b0 = _LoadF4(buf + 2 * k + 2), b1 = _LoadF4(buf + 2 * k + 6);
-        const _F4 reA = _EvenLanes(a0, a1), imA = _OddLanes(a0, a1);
-        const _F4 reB = _EvenLanes(b0, b1), imB = _OddLanes(b0, b1);
-        _StoreF4(real + k, reB - imA);
-        _StoreF4(imaginary + k, reA + imB);
-    }
+    int k = WIDEST(_PairBins)(buf, real, imaginary, m);
     for (; k < m; ++k) {
         real[k] = buf[2 * k + 2] - buf[2 * k + 1];
         imaginary[k] = buf[2 * k] + buf[2 * k + 3];
@@ -119,18 +138,7 @@ float endBin(float sum, double gain, float t)
 void unpairBins(const float *real, const float *imaginary,
                 const TOLV_COMPLEX *window, float *buf, int m, float t)
 {
-    int k = 0;
-    for (; k + 4 <= m - 1; k += 4) {
-        const _F4 c = _LoadF4(real + k) + _LoadF4(imaginary + k + 1);
-        const _F4 a = _LoadF4(imaginary + k) - _LoadF4(real + k + 1);
-        const _F4 w0 = _LoadF4(&window[k + 1].re);
-        const _F4 w1 = _LoadF4(&window[k + 3].re);
-        const _F4 wr = _EvenLanes(w0, w1), wi = _OddLanes(w0, w1);
-        const _F4 yr = (wi * a + wr * c) * 0.25f * t;
-        const _F4 yi = (a * wr - wi * c) * 0.25f * t;
-        _StoreF4(buf + 2 * k + 2, _InterleaveLow(yr, yi));
-        _StoreF4(buf + 2 * k + 6, _InterleaveHigh(yr, yi));
-    }
+    int k = WIDEST(_UnpairBins)(real, imaginary, window, buf, m, t);
     for (; k < m - 1; ++k) {
         const float c = real[k] + imaginary[k + 1];
         const float a = imaginary[k] - real[k + 1];
@@ -185,15 +193,8 @@ void overlapAddPowerOfTwo(const float *buf, float *output, float *overlap,
     const float d = 2.0f * static_cast<float>(m);
     const float reciprocal = 1.0f / d;
     const float tiny = FLT_MIN * d;
-    int k = 0;
-    for (; k + 4 <= m; k += 4) {
-        const _F4 y = _LoadF4(buf + k);
-        const _F4 magnitude = (_F4)((_I4)y & 0x7fffffff);
-        if (_AnyLane((magnitude < tiny) & (y != 0.0f)))
-            break;
-        _StoreF4(output + k, y * reciprocal + _LoadF4(overlap + k));
-        _StoreF4(overlap + k, _LoadF4(buf + m + k) * reciprocal);
-    }
+    const int k =
+        WIDEST(_OverlapAddFloat)(buf, output, overlap, m, reciprocal, tiny);
     overlapAddDouble(buf, output, overlap, m, k);
 }
 

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <thread>
 
+#include "lanes.h"
 #include "spectral_test_support.h"
 #include "tolv.h"
 
@@ -27,7 +28,8 @@ std::pair<double, double> DirectSum(const std::vector<float> &x, int m, int k)
 }
 
 /* Per size, on noise and on noise near the smallest normal float: direct
- * and inverse equal a replay of their steps to the bit; direct and sine
+ * and inverse equal a replay of their steps to the bit, at every vector
+ * width; direct and sine
  * transforms their sums in double; the window's bin 0 is exp(-j pi / 4). */
 TEST(FMCLT, DefinitionsAndEveryRoundingStep)
 {
@@ -87,6 +89,17 @@ TEST(FMCLT, DefinitionsAndEveryRoundingStep)
                 ASSERT_TRUE(out[k] == (float)(b[k] / (2.0 * m) + overlap[k]) &&
                             ov[k] == (float)(b[m + k] / (2.0 * m)))
                     << m;
+            for (int level = 0; level < _TOLV_VectorLevel(); ++level) {
+                _TOLV_CapVectorLevel(level); /* every narrower width */
+                std::vector<float> r(m), i(m), o(m),
+                    v = overlap, p(x.begin(), x.begin() + m);
+                TOLV_FMCLTDirect(proc, r.data(), i.data(), next.data(),
+                                 p.data(), w.data());
+                TOLV_FMCLTInverse(proc, r.data(), i.data(), o.data(), v.data(),
+                                  w.data());
+                EXPECT_TRUE(r == re && i == im && o == out && v == ov) << m;
+                _TOLV_CapVectorLevel(-1);
+            }
 
             std::vector<float> block(x.begin(), x.begin() + m);
             TOLV_FMCLTCDTiv(proc, block.data());
