@@ -37,7 +37,7 @@ struct _TOLV_FMCLTPROC {
 };
 
 // The kernels at 4 float lanes (SSE2, NEON) and, on x86-64, at 8 (AVX2) and
-// 16 (AVX-512F); WIDEST names the one the processor runs.
+// 16 (AVX-512F), chosen at run time.
 #define _FM_FLOATS 4
 namespace lanes4 {
 #include "TOLVfmclt_lanes.inc"
@@ -58,12 +58,6 @@ namespace lanes16 {
 }
 #undef _FM_FLOATS
 _TOLV_TARGET_END
-#define WIDEST(kernel)                                                         \
-    (_TOLV_VectorLevel() == 2   ? lanes16::kernel                              \
-     : _TOLV_VectorLevel() == 1 ? lanes8::kernel                               \
-                                : lanes4::kernel)
-#else
-#define WIDEST(kernel) lanes4::kernel
 #endif
 
 namespace {
@@ -104,7 +98,7 @@ void rotateBins(float *buf, const TOLV_COMPLEX *window, int count, float s)
 {
     // The lanes flip the sign of the real parts' cross products: x - y is
     // x + (-y) to the bit.
-    int k = WIDEST(_RotateBins)(buf, window, count, s);
+    int k = _TOLV_WIDEST_F32(_RotateBins)(buf, window, count, s);
     for (; k < count; ++k) {
         const float ur = buf[2 * k] * s;
         const float ui = buf[2 * k + 1] * s;
@@ -119,7 +113,7 @@ void rotateBins(float *buf, const TOLV_COMPLEX *window, int count, float s)
 // two-tap kernel across neighbouring bins.
 void pairBins(const float *buf, float *real, float *imaginary, int m)
 {
-    int k = WIDEST(_PairBins)(buf, real, imaginary, m);
+    int k = _TOLV_WIDEST_F32(_PairBins)(buf, real, imaginary, m);
     for (; k < m; ++k) {
         real[k] = buf[2 * k + 2] - buf[2 * k + 1];
         imaginary[k] = buf[2 * k] + buf[2 * k + 3];
@@ -138,7 +132,7 @@ float endBin(float sum, double gain, float t)
 void unpairBins(const float *real, const float *imaginary,
                 const TOLV_COMPLEX *window, float *buf, int m, float t)
 {
-    int k = WIDEST(_UnpairBins)(real, imaginary, window, buf, m, t);
+    int k = _TOLV_WIDEST_F32(_UnpairBins)(real, imaginary, window, buf, m, t);
     for (; k < m - 1; ++k) {
         const float c = real[k] + imaginary[k + 1];
         const float a = imaginary[k] - real[k + 1];
@@ -193,8 +187,8 @@ void overlapAddPowerOfTwo(const float *buf, float *output, float *overlap,
     const float d = 2.0f * static_cast<float>(m);
     const float reciprocal = 1.0f / d;
     const float tiny = FLT_MIN * d;
-    const int k =
-        WIDEST(_OverlapAddFloat)(buf, output, overlap, m, reciprocal, tiny);
+    const int k = _TOLV_WIDEST_F32(_OverlapAddFloat)(buf, output, overlap, m,
+                                                     reciprocal, tiny);
     overlapAddDouble(buf, output, overlap, m, k);
 }
 

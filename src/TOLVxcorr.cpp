@@ -68,16 +68,7 @@ _TOLV_TARGET_END
 void crossSpectrum(TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int bins,
                    float scale)
 {
-    int k;
-#if defined(__x86_64__)
-    const int level = _TOLV_VectorLevel();
-    if (level == 2)
-        k = lanes16::_CrossBins(a, b, bins, scale);
-    else if (level == 1)
-        k = lanes8::_CrossBins(a, b, bins, scale);
-    else
-#endif
-        k = lanes4::_CrossBins(a, b, bins, scale);
+    int k = _TOLV_WIDEST_F32(_CrossBins)(a, b, bins, scale);
     for (; k < bins; ++k) {
         const float ar = a[k].re, ai = a[k].im;
         const float br = b[k].re, bi = b[k].im;
@@ -92,16 +83,7 @@ void crossSpectrum(TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int bins,
 // weights and products are formed in double and rounded back to float.
 void phatSpectrum(TOLV_COMPLEX *a, const TOLV_COMPLEX *b, int bins, float scale)
 {
-    int k;
-#if defined(__x86_64__)
-    const int level = _TOLV_VectorLevel();
-    if (level == 2)
-        k = lanes16::_PhatBins(a, b, bins, scale);
-    else if (level == 1)
-        k = lanes8::_PhatBins(a, b, bins, scale);
-    else
-#endif
-        k = lanes4::_PhatBins(a, b, bins, scale);
+    int k = _TOLV_WIDEST_F32(_PhatBins)(a, b, bins, scale);
     for (; k < bins; ++k) {
         const float ar = a[k].re, ai = a[k].im;
         const float br = b[k].re, bi = b[k].im;

@@ -154,6 +154,18 @@ static inline int32_t _TruncToInt32(float value)
 int _TOLV_VectorLevel(void);
 void _TOLV_CapVectorLevel(int cap);
 
+/* The kernel `kernel` of the widest float lanes the processor has, for
+ * kernels built in namespaces lanes4 (baseline), lanes8 (AVX2) and lanes16
+ * (AVX-512F). */
+#if defined(__x86_64__)
+#define _TOLV_WIDEST_F32(kernel)                                               \
+    (_TOLV_VectorLevel() == 2   ? lanes16::kernel                              \
+     : _TOLV_VectorLevel() == 1 ? lanes8::kernel                               \
+                                : lanes4::kernel)
+#else
+#define _TOLV_WIDEST_F32(kernel) lanes4::kernel
+#endif
+
 /* Functions defined between _TOLV_TARGET_BEGIN("avx2") (or "avx512f") and
  * _TOLV_TARGET_END are built for that instruction set alone; they may only
  * run where _TOLV_VectorLevel says the processor has it. */
