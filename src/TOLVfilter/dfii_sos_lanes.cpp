@@ -91,6 +91,8 @@ static void _RunJob(const _SosJob &job, int lanes, int vectors)
         return lanes8::_Run(job, vectors);
     if (lanes == 4)
         return lanes4::_Run(job, vectors);
+#else
+    (void)lanes;
 #endif
     lanes2::_Run(job, vectors);
 }
