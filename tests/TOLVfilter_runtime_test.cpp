@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "filter_test_util.h"
+#include "lanes.h"
 
 namespace {
 
@@ -46,42 +47,55 @@ Floats CascadeModel(const Doubles &q, Floats v)
 }
 
 // A direct form of nb, na coefficients (a[0] != 1, |a[k]| summing below
-// it) where S < 0, else S sections with poles of radius 0.8 to 0.9. One
-// section, and 64 channels of 8, take the frame-by-frame walk, the others
-// the skewed one. Blocks are of random whole frames, empty ones included.
+// it) where S < 0, else S sections with poles of radius 0.8 to 0.9, in
+// every lane width (1: the walk skewed by a frame, or frame by frame for
+// one section and for 64 channels of 8) and with 33 sections, more than
+// the lanes hold. Blocks are of random whole frames, empty ones included,
+// every other one filtered in place.
 TEST(FilterRun, BothFormsAgainstModelsInRandomBlocks)
 {
     const struct {
         int M, nb, na, S;
-    } cases[] = {{1, 1, 1, -1}, {2, 4, 2, -1}, {3, 2, 5, -1},
-                 {1, 3, 3, -1}, {2, 0, 0, 0},  {1, 0, 0, 1},
-                 {1, 0, 0, 8},  {3, 0, 0, 5},  {64, 0, 0, 8}};
-    for (const auto &c : cases) {
-        const Floats u = UniformNoise(60, c.M + c.S + c.nb),
-                     x = UniformNoise(1000 * c.M, 8);
-        Doubles b(u.begin() + 10, u.begin() + 10 + c.nb), a = {1.5 + u[0]}, q;
-        for (int k = 1; k < c.na; k++)
-            a.push_back(0.9 * a[0] * u[k] / c.na);
-        for (int s = 0; s < c.S; s++) {
-            const float *r = &u[20 + 5 * (s % 8)];
-            const double rad = 0.85 + 0.05 * r[0], th = 1.6 + 1.5 * r[1];
-            q.insert(q.end(), {-2 * rad * std::cos(th), rad * rad,
-                               (1 - rad) * r[2], (1 - rad) * r[3], r[4]});
+    } cases[] = {{1, 1, 1, -1}, {2, 4, 2, -1}, {3, 2, 5, -1}, {1, 3, 3, -1},
+                 {2, 0, 0, 0},  {1, 0, 0, 1},  {1, 0, 0, 8},  {3, 0, 0, 5},
+                 {64, 0, 0, 8}, {1, 0, 0, 20}, {2, 0, 0, 33}};
+    for (int lanes = 1; lanes <= 2 << _TOLV_VectorLevel(); lanes *= 2)
+        for (const auto &c : cases) {
+            _DFIISOSSetLanes(lanes);
+            ASSERT_EQ(_DFIISOSLanes(), lanes);
+            const Floats u = UniformNoise(20 + 5 * std::max(c.S, 8),
+                                          c.M + c.S + c.nb),
+                         x = UniformNoise(1000 * c.M, 8);
+            Doubles b(u.begin() + 10, u.begin() + 10 + c.nb), a = {1.5 + u[0]},
+                                                              q;
+            for (int k = 1; k < c.na; k++)
+                a.push_back(0.9 * a[0] * u[k] / c.na);
+            for (int s = 0; s < c.S; s++) {
+                const float *r = &u[20 + 5 * s];
+                const double rad = 0.85 + 0.05 * r[0], th = 1.6 + 1.5 * r[1];
+                q.insert(q.end(), {-2 * rad * std::cos(th), rad * rad,
+                                   (1 - rad) * r[2], (1 - rad) * r[3], r[4]});
+            }
+            FilterPtr f = c.S < 0 ? Coefs(c.M, b, a) : Biquads(c.M, q);
+            Floats y(x.size(), NAN), v, got;
+            for (size_t at = 0, n = 0, seed = c.M; at < x.size(); at += n) {
+                seed = (seed * 1103515245u + 12345u) & 0xFFFFFFFFu;
+                n = std::min((seed >> 16) % 97 * c.M, x.size() - at);
+                if (seed & 1)
+                    std::copy(&x[at], &x[at] + n, &y[at]);
+                EXPECT_EQ(
+                    TOLV_Filter(f.get(), seed & 1 ? &y[at] : &x[at], &y[at], n),
+                    1);
+            }
+            for (int ch = 0; ch < c.M; ch++, v.clear(), got.clear()) {
+                for (size_t p = ch; p < x.size(); p += c.M)
+                    v.push_back(x[p]), got.push_back(y[p]);
+                v = c.S < 0 ? DirectModel(b, a, v) : CascadeModel(q, v);
+                ASSERT_EQ(Bits(got), Bits(v))
+                    << c.M << " " << c.S << " " << ch << " at " << lanes;
+            }
         }
-        FilterPtr f = c.S < 0 ? Coefs(c.M, b, a) : Biquads(c.M, q);
-        Floats y(x.size(), NAN), v, got;
-        for (size_t at = 0, n = 0, seed = c.M; at < x.size(); at += n) {
-            seed = (seed * 1103515245u + 12345u) & 0xFFFFFFFFu;
-            n = std::min((seed >> 16) % 97 * c.M, x.size() - at);
-            EXPECT_EQ(TOLV_Filter(f.get(), &x[at], &y[at], n), 1);
-        }
-        for (int ch = 0; ch < c.M; ch++, v.clear(), got.clear()) {
-            for (size_t p = ch; p < x.size(); p += c.M)
-                v.push_back(x[p]), got.push_back(y[p]);
-            v = c.S < 0 ? DirectModel(b, a, v) : CascadeModel(q, v);
-            ASSERT_EQ(Bits(got), Bits(v)) << c.M << " " << c.S << " " << ch;
-        }
-    }
+    _DFIISOSSetLanes(0);
 }
 
 const Doubles kB = {0.2, -0.1, 0.3, 0.05}, kA = {1.5, -0.9, 0.4, -0.1},
