@@ -14,6 +14,7 @@
 #include <tuple>
 #include <vector>
 
+#include "lanes.h"
 #include "support/messages.h"
 #include "support/signal.h"
 
@@ -279,10 +280,12 @@ TEST_F(ResampleTest, StoredFiltersRowsAndEdges)
 }
 
 // Blocks plus a whole flush give the model's ticks D, D + 1, ... bit for bit,
-// and after each block the line holds the newest K frames. Spikes +B, -B ten
-// frames apart cancel exactly only in age order: the fixed cut puts them in a
-// block's first K - 1 frames (1035), mid-block at four offsets modulo the four
-// ticks summed side by side (2035 on) and in the flush (5985).
+// and after each block the line holds the newest K frames, in the plain loop
+// and at every lane width. Spikes +B, -B ten frames apart cancel exactly only
+// in age order: the fixed cut puts them in a block's first K - 1 frames
+// (1035), mid-block at four offsets modulo the four ticks summed side by side
+// (2035 on) and in the flush (5985); one cut is a single block longer than a
+// segment of the lanes.
 TEST_F(ResampleTest, PolyphaseMatchesTheModelBitForBitHoweverCut)
 {
     Floats x = UniformNoise(6000, 7);
@@ -302,26 +305,31 @@ TEST_F(ResampleTest, PolyphaseMatchesTheModelBitForBitHoweverCut)
         EXPECT_TRUE(s->staging && s->phase == 0 && s->skipRemaining == skip);
         const int64_t ticks = TicksOf(6000, s->up, s->down) - skip;
         const Floats model = ModelTicks(s, x, skip, ticks + D);
-        std::vector<std::vector<int>> splits = {{1000, 37, 1, 0, 500, 1462}};
+        std::vector<std::vector<int>> splits = {{1000, 37, 1, 0, 500, 1462},
+                                                {6000}};
         for (unsigned seed = 1; seed <= 3; seed++)
             splits.push_back(RandomSplit(seed, s->tapsPerPhase));
-        for (const std::vector<int> &split : splits) {
-            if (split != splits[0]) {
-                TOLV_ResampleDestroy(r);
-                s = Poly(r = TOLV_ResampleInit(in, out, config));
+        for (int lanes = 1; lanes <= 2 << _TOLV_VectorLevel(); lanes *= 2)
+            for (const std::vector<int> &split : splits) {
+                _PolyphaseSetLanes(lanes);
+                ASSERT_EQ(_PolyphaseLanes(), lanes);
+                if (lanes > 1 || split != splits[0]) {
+                    TOLV_ResampleDestroy(r);
+                    s = Poly(r = TOLV_ResampleInit(in, out, config));
+                }
+                bool line = true;
+                Floats y = RunBlocks(r, x, split, [&](size_t n) {
+                    line = line && LineAfter(s, x, n);
+                });
+                EXPECT_TRUE(line) << "split " << split[0];
+                // Before the flush, which cannot end while ticks are dropped.
+                ASSERT_EQ(int64_t(y.size()), ticks);
+                ASSERT_EQ(Flush(r, 0, y), size_t(D));
+                EXPECT_TRUE(y == model) << "split " << split[0] << " " << lanes;
             }
-            bool line = true;
-            Floats y = RunBlocks(r, x, split, [&](size_t n) {
-                line = line && LineAfter(s, x, n);
-            });
-            EXPECT_TRUE(line) << "split " << split[1];
-            // Before the flush, which cannot end while ticks are dropped.
-            ASSERT_EQ(int64_t(y.size()), ticks);
-            ASSERT_EQ(Flush(r, 0, y), size_t(D));
-            EXPECT_TRUE(y == model) << "split " << split[1];
-        }
         TOLV_ResampleDestroy(r);
     }
+    _PolyphaseSetLanes(0);
 }
 
 // 44100 to 48000 (D 33) after 2000 frames, or 20 (the flush ends the skip):

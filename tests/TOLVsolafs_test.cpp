@@ -10,6 +10,7 @@
 #include <random>
 #include <vector>
 
+#include "lanes.h"
 #include "support/messages.h"
 #include "support/signal.h"
 
@@ -217,7 +218,8 @@ float SignalAt(int i)
 // beyond 3 (reads past the newest frame) and more changes than the table
 // holds. Rows without the model abuse the unchecked arguments (bad speeds and
 // counts, a pad longer than the window, an overflowing frame product): every
-// call stays inside the object's arrays (the sanitizer build checks).
+// call stays inside the object's arrays (the sanitizer build checks). All of
+// it at every vector width of the search.
 TEST(SolafsTest, MatchesTheModelUnderRandomSplits)
 {
     struct Row {
@@ -234,43 +236,49 @@ TEST(SolafsTest, MatchesTheModelUnderRandomSplits)
         {10, 8000, 2, 60, 1, {NAN, 1, INFINITY, -INFINITY, 0.3f, -0.5f}, false}, {5000, 1000, 2, 60, 1, {1.5f}, false},
         {-10, -8000, 2, 60, 1, {1.5f}, false}, {600000, 8000, 2, 60, 1, {1.5f}, false}};
     // clang-format on
-    for (const Row &r : rows) {
-        std::mt19937 rng(unsigned(r.ms + r.calls));
-        std::vector<float> x((r.calls + 2) * 2000 * r.channels);
-        for (size_t i = 0; i < x.size(); i++)
-            x[i] = SignalAt(int(i) / r.channels);
-        Model pair(r.ms, r.rate, r.channels, r.model);
-        EXPECT_TRUE(r.rate != 44100 ||
-                    (Ints{pair.half, pair.half / 8, pair.maxSkew / 4,
-                          pair.cap} == Ints{440, 55, 440, 44100}));
-        pair.Translate(1234);
-        float v = r.speeds.back();
-        pair.Input(0, x.data(), 0, 2.0f);
-        int at = 0;
-        if (r.model) { // the first block needs more than 3.5 W
-            at = pair.Input(0, x.data(), 7 * pair.half, v);
-            EXPECT_EQ(pair.Output(0, -5), 0);
-            at += pair.Input(0, &x[at * r.channels], 1, v);
-            EXPECT_EQ(pair.Output(0, -5), pair.half);
+    const int widest = _TOLV_VectorLevel();
+    for (int level = 0; level <= widest; level++)
+        for (const Row &r : rows) {
+            _TOLV_CapVectorLevel(level);
+            std::mt19937 rng(unsigned(r.ms + r.calls));
+            std::vector<float> x((r.calls + 2) * 2000 * r.channels);
+            for (size_t i = 0; i < x.size(); i++)
+                x[i] = SignalAt(int(i) / r.channels);
+            Model pair(r.ms, r.rate, r.channels, r.model);
+            EXPECT_TRUE(r.rate != 44100 ||
+                        (Ints{pair.half, pair.half / 8, pair.maxSkew / 4,
+                              pair.cap} == Ints{440, 55, 440, 44100}));
+            pair.Translate(1234);
+            float v = r.speeds.back();
+            pair.Input(0, x.data(), 0, 2.0f);
+            int at = 0;
+            if (r.model) { // the first block needs more than 3.5 W
+                at = pair.Input(0, x.data(), 7 * pair.half, v);
+                EXPECT_EQ(pair.Output(0, -5), 0);
+                at += pair.Input(0, &x[at * r.channels], 1, v);
+                EXPECT_EQ(pair.Output(0, -5), pair.half);
+            }
+            for (int call = 0; call < r.calls; call++) {
+                v = rng() % r.change ? v : r.speeds[rng() % r.speeds.size()];
+                const int ch = int(rng() % r.channels);
+                const int frames =
+                    r.model || rng() % 7
+                        ? int(rng() % 4 ? rng() % 2000 : rng() % 3)
+                        : -int(rng() % 3000);
+                at += pair.Input(ch, &x[r.model * at * r.channels], frames, v);
+                for (int k = int(rng() % 3); k > 0; k--)
+                    pair.Output(ch,
+                                int(rng() % 4 ? rng() % 4000 : rng() % 3) - 1);
+                pair.Translate(
+                    rng() %
+                    uint32_t(r.model ? pair.segs.back().outEnd + 1000 : 99999));
+                for (int64_t pos : {int64_t(-5), INT64_MAX, INT64_MIN})
+                    r.model ? void() : pair.Translate(pos);
+            }
+            EXPECT_TRUE(!r.model || (pair.searches > 0 &&
+                                     pair.s->pendingSegments == pair.pending));
         }
-        for (int call = 0; call < r.calls; call++) {
-            v = rng() % r.change ? v : r.speeds[rng() % r.speeds.size()];
-            const int ch = int(rng() % r.channels);
-            const int frames = r.model || rng() % 7
-                                   ? int(rng() % 4 ? rng() % 2000 : rng() % 3)
-                                   : -int(rng() % 3000);
-            at += pair.Input(ch, &x[r.model * at * r.channels], frames, v);
-            for (int k = int(rng() % 3); k > 0; k--)
-                pair.Output(ch, int(rng() % 4 ? rng() % 4000 : rng() % 3) - 1);
-            pair.Translate(rng() % uint32_t(r.model
-                                                ? pair.segs.back().outEnd + 1000
-                                                : 99999));
-            for (int64_t pos : {int64_t(-5), INT64_MAX, INT64_MIN})
-                r.model ? void() : pair.Translate(pos);
-        }
-        EXPECT_TRUE(!r.model || (pair.searches > 0 &&
-                                 pair.s->pendingSegments == pair.pending));
-    }
+    _TOLV_CapVectorLevel(-1);
 }
 
 } // namespace
