@@ -126,6 +126,20 @@ static void _FillLaneHistory(const double *samples, int64_t frames,
     lanes2::_FillHistory(samples, frames, step, h);
 }
 
+static void _FillLaneEntries(const double *samples, int64_t k0, int64_t k1,
+                             int64_t step, int lanes, double *h)
+{
+#if defined(__x86_64__)
+    if (lanes == 8)
+        return lanes8::_FillEntries(samples, k0, k1, step, h);
+    if (lanes == 4)
+        return lanes4::_FillEntries(samples, k0, k1, step, h);
+#else
+    (void)lanes;
+#endif
+    lanes2::_FillEntries(samples, k0, k1, step, h);
+}
+
 /* Blocks are taken a segment at a time, so that the lane history stays in
  * cache and its size is bounded; a segment holds enough frames for several
  * full runs of every row. Beyond this step between ticks of one row the
@@ -202,7 +216,13 @@ static int64_t _SegmentTicks(_TOLV_POLYPHASE *s, const double *x, int64_t a,
     const int64_t zeros = (lanes - 1) * M;
     _FillSamples(s, x, a, b, zeros, samples);
     double *history = _CacheLineUp(samples + frames + zeros);
-    _FillLaneHistory(samples, frames, M, lanes, history);
+    /* The runs of one pass over the rows read entries [e - (K - 1), e + M]
+     * and the next pass starts W M entries on. When those stretches do not
+     * meet, only they are filled, each just before its pass; otherwise the
+     * whole history, each entry from the one M before. */
+    const bool sparse = (lanes - 1) * M > older;
+    if (!sparse)
+        _FillLaneHistory(samples, frames, M, lanes, history);
     _Batch batch = {};
     batch.lanes = lanes;
     batch.taps = s->tapsPerPhase;
@@ -215,6 +235,10 @@ static int64_t _SegmentTicks(_TOLV_POLYPHASE *s, const double *x, int64_t a,
     for (int64_t first = 0; first < kept; first += lanes * L) {
         int64_t entry = start / L + older + (first / L) * M;
         int64_t row = start % L;
+        if (sparse)
+            _FillLaneEntries(samples, entry - older,
+                             entry + M + 1 < frames ? entry + M + 1 : frames, M,
+                             lanes, history);
         for (int64_t tick = first; tick < first + L && tick < kept; tick++) {
             const int64_t count = (kept - 1 - tick) / L + 1;
             _AddJob(batch,
