@@ -38,19 +38,9 @@ static inline void _StoreF4(float *p, _F4 v)
 {
     memcpy(p, &v, sizeof(v));
 }
-static inline _D2 _LoadD2(const double *p)
-{
-    _D2 v;
-    memcpy(&v, p, sizeof(v));
-    return v;
-}
-static inline void _StoreD2(double *p, _D2 v)
-{
-    memcpy(p, &v, sizeof(v));
-}
 
 /* Interleaved pairs (re0 im0 re1 im1 | re2 im2 re3 im3) taken apart into
- * their first members and their second members, and put back together. */
+ * their first members and their second members. */
 static inline _F4 _EvenLanes(_F4 lo, _F4 hi)
 {
     return __builtin_shufflevector(lo, hi, 0, 2, 4, 6);
@@ -58,14 +48,6 @@ static inline _F4 _EvenLanes(_F4 lo, _F4 hi)
 static inline _F4 _OddLanes(_F4 lo, _F4 hi)
 {
     return __builtin_shufflevector(lo, hi, 1, 3, 5, 7);
-}
-static inline _F4 _InterleaveLow(_F4 a, _F4 b)
-{
-    return __builtin_shufflevector(a, b, 0, 4, 1, 5);
-}
-static inline _F4 _InterleaveHigh(_F4 a, _F4 b)
-{
-    return __builtin_shufflevector(a, b, 2, 6, 3, 7);
 }
 
 /* Lanes 0-1 or 2-3 widened to double, and two doubles each rounded to
@@ -86,12 +68,6 @@ static inline _F4 _Narrow(_D2 lo, _D2 hi)
 {
     return __builtin_convertvector(__builtin_shufflevector(lo, hi, 0, 1, 2, 3),
                                    _F4);
-}
-
-/* Lane-wise choice: a where the mask lane is all ones, else b. */
-static inline _D2 _Select(_L2 mask, _D2 a, _D2 b)
-{
-    return (_D2)((mask & (_L2)a) | (~mask & (_L2)b));
 }
 
 /* A few operations that the generic vectors lack, or that the compiler does
