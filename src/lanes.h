@@ -123,6 +123,46 @@ static inline int32_t _TruncToInt32(float value)
     return _TruncToInt32((double)value);
 }
 
+/* Index lists for __builtin_shufflevector over P float lanes (P = 4, 8 or
+ * 16), for kernels built once per width: _TOLV_SHUFFLE(EVEN, P) and ODD
+ * take interleaved pairs of two vectors apart, ZIP_LO and ZIP_HI put two
+ * vectors back together, DUP_EVEN, DUP_ODD and SWAP repeat or swap the
+ * members of each pair of one vector, and LO, HI and ALL pick the halves
+ * of P lanes or join two halves. */
+#define _TOLV_SHUFFLE(name, P)  _TOLV_SHUFFLE_(name, P)
+#define _TOLV_SHUFFLE_(name, P) _TOLV_##name##_##P
+#define _TOLV_EVEN_4            0, 2, 4, 6
+#define _TOLV_EVEN_8            0, 2, 4, 6, 8, 10, 12, 14
+#define _TOLV_EVEN_16           0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30
+#define _TOLV_ODD_4             1, 3, 5, 7
+#define _TOLV_ODD_8             1, 3, 5, 7, 9, 11, 13, 15
+#define _TOLV_ODD_16            1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31
+#define _TOLV_ZIP_LO_4          0, 4, 1, 5
+#define _TOLV_ZIP_LO_8          0, 8, 1, 9, 2, 10, 3, 11
+#define _TOLV_ZIP_LO_16         0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23
+#define _TOLV_ZIP_HI_4          2, 6, 3, 7
+#define _TOLV_ZIP_HI_8          4, 12, 5, 13, 6, 14, 7, 15
+#define _TOLV_ZIP_HI_16                                                        \
+    8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15, 31
+#define _TOLV_DUP_EVEN_4  0, 0, 2, 2
+#define _TOLV_DUP_EVEN_8  0, 0, 2, 2, 4, 4, 6, 6
+#define _TOLV_DUP_EVEN_16 0, 0, 2, 2, 4, 4, 6, 6, 8, 8, 10, 10, 12, 12, 14, 14
+#define _TOLV_DUP_ODD_4   1, 1, 3, 3
+#define _TOLV_DUP_ODD_8   1, 1, 3, 3, 5, 5, 7, 7
+#define _TOLV_DUP_ODD_16  1, 1, 3, 3, 5, 5, 7, 7, 9, 9, 11, 11, 13, 13, 15, 15
+#define _TOLV_SWAP_4      1, 0, 3, 2
+#define _TOLV_SWAP_8      1, 0, 3, 2, 5, 4, 7, 6
+#define _TOLV_SWAP_16     1, 0, 3, 2, 5, 4, 7, 6, 9, 8, 11, 10, 13, 12, 15, 14
+#define _TOLV_LO_4        0, 1
+#define _TOLV_LO_8        0, 1, 2, 3
+#define _TOLV_LO_16       0, 1, 2, 3, 4, 5, 6, 7
+#define _TOLV_HI_4        2, 3
+#define _TOLV_HI_8        4, 5, 6, 7
+#define _TOLV_HI_16       8, 9, 10, 11, 12, 13, 14, 15
+#define _TOLV_ALL_4       0, 1, 2, 3
+#define _TOLV_ALL_8       0, 1, 2, 3, 4, 5, 6, 7
+#define _TOLV_ALL_16      0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15
+
 /* How wide a vector the processor runs: 0 for the baseline (SSE2, NEON), 1
  * for AVX2, 2 for AVX-512F; never above a cap set by _TOLV_CapVectorLevel
  * (a negative cap lifts it). Kernels built for the wider sets are chosen
