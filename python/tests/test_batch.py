@@ -102,8 +102,12 @@ def test_a_killed_worker_takes_no_file_with_it(tmp_path):
             ps = subprocess.run(["pgrep", "-f", "resample " + str(corpus)],
                                 capture_output=True, text=True).stdout
             for pid in ps.split():
-                ppid = open("/proc/%s/stat" % pid).read().split()[3]
-                os.kill(int(ppid), signal.SIGKILL)
+                try:
+                    # The command may end between pgrep and here: look on.
+                    ppid = open("/proc/%s/stat" % pid).read().split()[3]
+                    os.kill(int(ppid), signal.SIGKILL)
+                except (FileNotFoundError, ProcessLookupError):
+                    continue
                 killed.append(ppid)
                 break
             time.sleep(0.05)
