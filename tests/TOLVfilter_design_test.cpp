@@ -146,7 +146,7 @@ TEST(DesignPrototype, LossesAndRefusals)
         {ca, 3.0, 3, 40, 1, 1.0, -2.75, 5e-3}, // not Ap: what the formulas give
         {ci, -1, 1, 40, 4, std::cosh(std::acosh(std::sqrt(D)) / 4), -40.0, 1e-10},
         {ci, 1.5, 4, 0, 3, 1.5, -(T * T * 10 * L + 1), 1e-9},
-        {bt, 1.5, 0, 40, 3, 0, NAN, 0}, {bt, 1.5, 1, 40, 0, 0, NAN, 0}, {cb, 1.5, -1, 40, 3, 0, NAN, 0},
+        {bt, 1.5, 0, 40, 3, 0, NAN, 0}, {bt, 1.5, 1, 40, 0, 0, NAN, 0}, {cb, 1.5, 0, 40, 3, 0, NAN, 0},
         {cb, 1.5, 1, 40, -2, 0, NAN, 0}, {ci, 1.5, 0, 40, 3, 0, NAN, 0}, {ci, 1.5, 1, 40, 0, 0, NAN, 0},
         {ca, -1, 1, 40, 3, 0, NAN, 0}, {ca, 1.5, 0, 40, 3, 0, NAN, 0}, {ca, 1.5, 1, 0, 3, 0, NAN, 0},
         {ci, -1, 1, 0, 3, 0, NAN, 0}, // the only one with a message
