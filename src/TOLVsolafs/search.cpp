@@ -10,6 +10,9 @@
  * so neighbours share a vector register, one per lane (2, 4 or 8 lanes as the
  * processor has them, two registers at a time), each lane summing in that
  * same order: the scores are those of the plain loop to the bit. */
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 #include <math.h>
 #include <string.h>
 
