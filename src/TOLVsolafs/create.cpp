@@ -53,11 +53,11 @@ extern "C" TOLV_API _TOLV_SOLAFS *TOLV_SolafsCreate(int frameMs, int sampleRate,
     /* Candidate c reads point i at skewStep * (c + 2 i) from the analysis
      * position on, since correlationStep is twice skewStep. */
     int32_t candidates = s->maxSkew / s->skewStep;
-    /* Four candidates are scored at a time: slack for a partial group. */
-    int32_t decimated =
-        candidates > 0 && points > 0 ? candidates + 2 * points + 4 : 0;
-    s->searchSamples =
-        (double *)_SolafsNewArray(mem, decimated, sizeof(double));
+    /* The decimated input, then the template widened to double. */
+    int32_t room = candidates > 0 && points > 0
+                       ? _SolafsSearchRoom(candidates, points) + points
+                       : 0;
+    s->searchSamples = (double *)_SolafsNewArray(mem, room, sizeof(double));
 
     /* Fade-in weights strictly between 0 and 1, never reaching either end. */
     double denominator = (double)(float)s->overlapLength + 1.0;

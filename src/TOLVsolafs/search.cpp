@@ -50,7 +50,7 @@ _TOLV_TARGET_END
 
 /* Scores of the candidates from x on, as many as the widest group of the
  * vector level holds (4, 8 or 16). */
-static void _ScoreWidest(int level, const double *x, const float *y,
+static void _ScoreWidest(int level, const double *x, const double *y,
                          int32_t points, int32_t ratio, double *scores)
 {
 #if defined(__x86_64__)
@@ -89,6 +89,10 @@ int32_t _SolafsSearch(_TOLV_SOLAFS *s, int32_t p)
             s->overlapBuffer[s->similarityIndex[i] + s->overlapLength - 1];
     if (points <= 0 || candidates <= 0)
         return 0; /* every score is 0 / sqrt(1) */
+    /* Widened once, so that each candidate group broadcasts a double. */
+    double *y = s->searchSamples + _SolafsSearchRoom(candidates, points);
+    for (int32_t i = 0; i < points; i++)
+        y[i] = (double)s->similarityTemplate[i];
 
     /* Widen once the samples that any candidate reads: the input from p on,
      * decimated by skewStep. correlationStep is a multiple of skewStep, so
@@ -111,7 +115,6 @@ int32_t _SolafsSearch(_TOLV_SOLAFS *s, int32_t p)
     /* With no positive score the skew stays 0. Groups of the widest lanes
      * while whole groups fit, then fours: W is a multiple of 8, so there are
      * W / 2 candidates, a multiple of 4. */
-    const float *y = s->similarityTemplate;
     const int level = _TOLV_VectorLevel();
     const int32_t widest = 4 << level;
     int32_t skew = 0;

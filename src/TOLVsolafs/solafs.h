@@ -86,12 +86,20 @@ struct _TOLV_SOLAFS {
     int32_t segmentCount;
     int32_t pendingSegments;
     /* Search scratch: the window decimated by skewStep and widened to double,
-     * one entry per point that some candidate reads. */
+     * one entry per point that some candidate reads, then the template
+     * widened to double. */
     double *searchSamples;
 };
 
 /* f32 to i32 by truncation as x86 does it: NaN and values out of range give
  * INT32_MIN rather than undefined behaviour. */
+/* Doubles of searchSamples before the widened template: the decimated
+ * input that the candidates read, with slack for a partial group. */
+static inline int32_t _SolafsSearchRoom(int32_t candidates, int32_t points)
+{
+    return candidates + 2 * points + 4;
+}
+
 static inline int32_t _SolafsTrunc(float value)
 {
     return _TruncToInt32(value);
