@@ -39,17 +39,6 @@ static inline void _StoreF4(float *p, _F4 v)
     memcpy(p, &v, sizeof(v));
 }
 
-/* Interleaved pairs (re0 im0 re1 im1 | re2 im2 re3 im3) taken apart into
- * their first members and their second members. */
-static inline _F4 _EvenLanes(_F4 lo, _F4 hi)
-{
-    return __builtin_shufflevector(lo, hi, 0, 2, 4, 6);
-}
-static inline _F4 _OddLanes(_F4 lo, _F4 hi)
-{
-    return __builtin_shufflevector(lo, hi, 1, 3, 5, 7);
-}
-
 /* Lanes 0-1 or 2-3 widened to double, and two doubles each rounded to
  * float and joined into four lanes (low half first). Going through four
  * doubles lets the compiler find the widening and narrowing instructions

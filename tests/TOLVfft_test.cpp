@@ -6,6 +6,7 @@
 
 #include "TOLVfft/dbscale.h"
 #include "TOLVfft/fftproc.h"
+#include "lanes.h"
 #include "spectral_test_support.h"
 #include "tolv.h"
 
@@ -42,19 +43,24 @@ TEST(FFTProcessor, PowerSpectrumRoundTripAndRefusals)
         ASSERT_EQ(n / 2 + 1,
                   TOLV_FFTProcExecute(p.forward, input.data(), p.spectrum));
         EXPECT_EQ(frame, input) << "forward transform touched its input";
-        for (bool withScratch : {true, false}) {
-            TOLV_COMPLEX *own =
-                withScratch ? TOLV_CreateComplexVector(p.forward) : nullptr;
-            GuardedFloats psd(4 * (n / 8 + 1));
-            EXPECT_EQ(n / 2 + 1, TOLV_FFTProcExecutePSDEx(
-                                     p.forward, frame.data(), psd.data, own));
-            ASSERT_EQ(4 * (n / 8 + 1), (int)psd.WrittenExtent()) << n;
-            for (int k = 0; k <= n / 2; k++) {
-                const float re = p.spectrum[k].re, im = p.spectrum[k].im;
-                ASSERT_EQ(Bits(re * re + im * im), Bits(psd[k])) << n << k;
+        for (int level = _TOLV_VectorLevel(); level >= 0; level--)
+            for (bool withScratch : {true, false}) {
+                _TOLV_CapVectorLevel(level); /* every lane width */
+                TOLV_COMPLEX *own =
+                    withScratch ? TOLV_CreateComplexVector(p.forward) : nullptr;
+                GuardedFloats psd(4 * (n / 8 + 1));
+                EXPECT_EQ(n / 2 + 1,
+                          TOLV_FFTProcExecutePSDEx(p.forward, frame.data(),
+                                                   psd.data, own));
+                ASSERT_EQ(4 * (n / 8 + 1), (int)psd.WrittenExtent()) << n;
+                for (int k = 0; k <= n / 2; k++) {
+                    const float re = p.spectrum[k].re, im = p.spectrum[k].im;
+                    ASSERT_EQ(Bits(re * re + im * im), Bits(psd[k]))
+                        << n << " " << k << " level " << level;
+                }
+                TOLV_DestroyComplexVector(own);
             }
-            TOLV_DestroyComplexVector(own);
-        }
+        _TOLV_CapVectorLevel(-1);
         /* The inverse may overwrite its input: run on copies. */
         std::vector<TOLV_COMPLEX> s1(p.spectrum, p.spectrum + n / 2 + 1),
             s2 = s1;
