@@ -339,6 +339,20 @@ TEST(RealTime, ResamplersAfterPrimingWithTheLargestBlock)
         TOLV_ResampleDestroy(each);
 }
 
+// A power spectrum without scratch takes its block and gives it back.
+TEST(RealTime, PowerSpectrumWithoutScratchGivesItsBlockBack)
+{
+    _TOLV_FFTPROC *fft = TOLV_FFTProcCreate(256);
+    TOLV_COMPLEX *frame = TOLV_CreateComplexVector(fft),
+                 *psd = TOLV_CreateComplexVector(fft);
+    EXPECT_EQ(Measure([&] {
+                  TOLV_FFTProcExecutePSDEx(fft, &frame->re, &psd->re, nullptr);
+              }),
+              (Tally{2, 0, 0, 0, 0}));
+    TOLV_DestroyComplexVector(frame), TOLV_DestroyComplexVector(psd);
+    TOLV_FFTProcDestroy(fft);
+}
+
 // Set-up, a block and destroy leave no block behind: both kinds, a hold pair
 // without a filter, and refused orders (whose handle is freed by hand), also
 // one whose prototype of 2e9 taps cannot be had.
