@@ -112,20 +112,6 @@ static void _RunBatch(_Batch &b)
     b.count = 0;
 }
 
-static void _FillLaneHistory(const double *samples, int64_t frames,
-                             int64_t step, int lanes, double *h)
-{
-#if defined(__x86_64__)
-    if (lanes == 8)
-        return lanes8::_FillHistory(samples, frames, step, h);
-    if (lanes == 4)
-        return lanes4::_FillHistory(samples, frames, step, h);
-#else
-    (void)lanes;
-#endif
-    lanes2::_FillHistory(samples, frames, step, h);
-}
-
 static void _FillLaneEntries(const double *samples, int64_t k0, int64_t k1,
                              int64_t step, int lanes, double *h)
 {
@@ -222,7 +208,7 @@ static int64_t _SegmentTicks(_TOLV_POLYPHASE *s, const double *x, int64_t a,
      * whole history, each entry from the one M before. */
     const bool sparse = (lanes - 1) * M > older;
     if (!sparse)
-        _FillLaneHistory(samples, frames, M, lanes, history);
+        _FillLaneEntries(samples, 0, frames, M, lanes, history);
     _Batch batch = {};
     batch.lanes = lanes;
     batch.taps = s->tapsPerPhase;
