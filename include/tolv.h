@@ -751,9 +751,10 @@ TOLV_API int TOLV_DestroyFilter(_TOLV_FILTER *filter);
  * @param[in] config Configuration text, or NULL (all defaults).
  * @return A new converter, released with TOLV_ResampleDestroy. NULL for a
  *         rate below 1 ("TOLV_ResampleInit: Parametros invalidos"). An order
- *         below 1 reports the same text as a terminal error and returns an
- *         object without a state that no call survives, not even
- *         TOLV_ResampleDestroy: keep the order at 1 or more. A hold pair
+ *         below 1, or a prototype whose tables cannot be allocated, reports
+ *         the same text as a terminal error and returns an object without a
+ *         state that no call survives, not even TOLV_ResampleDestroy: keep
+ *         the order at 1 or more. A hold pair
  *         outside the table (equal rates included) reports
  *         "TOLV_ZOHResampleInit: Unsuported sample rate convertion: <in> to
  *         <out>" as a terminal error and returns an object without a filter.

@@ -32,8 +32,16 @@ inline void Count(int what, long by = 1)
     if (armed.load(std::memory_order_relaxed))
         counts[what].fetch_add(by, std::memory_order_relaxed);
 }
-// Blocks of more bytes are refused, to reach the paths of a failed allocation.
+// Blocks of more bytes are refused, to reach the paths of a failed allocation;
+// so is the failLarge-th cleared block of a page or more (0: none).
 std::atomic<size_t> failAbove{SIZE_MAX};
+std::atomic<long> failLarge{0}, largeSeen{0};
+bool Refused(size_t count, size_t bytes)
+{
+    if (bytes != 0 && count > failAbove / bytes)
+        return true;
+    return failLarge != 0 && count * bytes >= 4096 && ++largeSeen == failLarge;
+}
 } // namespace
 
 // The C library's own allocator under its internal names.
@@ -65,7 +73,7 @@ TOLV_COUNTED(void *, aligned_alloc, (size_t a, size_t n), 1, __libc_memalign, a,
 void *calloc(size_t count, size_t bytes) noexcept
 {
     Count(kAllocations);
-    if (bytes != 0 && count > failAbove / bytes)
+    if (Refused(count, bytes))
         return nullptr;
     Count(kLive);
     return __libc_calloc(count, bytes);
@@ -375,6 +383,31 @@ TEST(RealTime, ResamplersLeaveNothingBehind)
         EXPECT_EQ(t[kLive], 0) << rate << ", " << config;
     }
     failAbove = SIZE_MAX;
+}
+
+// Each large block of a converter's set-up (prototype, rows, delay line)
+// refused in turn: the converter is refused with its message and leaves
+// nothing behind, until every block is had and it converts.
+TEST(RealTime, PolyphaseSetUpRefusesEveryBlockItCannotHave)
+{
+    std::vector<float> in(64), out(64);
+    long failures = 0;
+    for (bool converted = false; !converted && failures < 8;) {
+        largeSeen = 0, failLarge = failures + 1;
+        const Tally t = Measure([&] {
+            _TOLV_RESAMPLE *r = TOLV_ResampleInit(8000, 8000, "order=400");
+            converted = largeSeen < failLarge;
+            if (!converted)
+                return free(r);
+            EXPECT_EQ(TOLV_Resample(r, in.data(), out.data(), 64), 0);
+            TOLV_ResampleDestroy(r);
+        });
+        EXPECT_EQ(t[kLive], 0) << "block " << failLarge;
+        EXPECT_EQ(t[kMessages], converted ? 0 : 1) << "block " << failLarge;
+        failures += !converted;
+    }
+    failLarge = 0;
+    EXPECT_EQ(failures, 3);
 }
 
 } // namespace

@@ -58,6 +58,37 @@ static void _RefuseOrder(_TOLV_RESAMPLE *handle)
     handle->impl = nullptr;
 }
 
+/* The prototype dealt into L rows of K taps, row p holding taps p, p + L,
+ * ... up to N; false when a block cannot be had (a prototype of millions of
+ * taps takes twice its size again), and what was had stays in the state
+ * for its release. */
+static bool _SplitPhases(_TOLV_POLYPHASE *s, const double *h, int32_t up,
+                         int32_t n)
+{
+    int32_t taps = (n + 1) / up + ((n + 1) % up != 0 ? 1 : 0);
+    s->tapsPerPhase = taps;
+    s->up = up;
+    s->delayLine = static_cast<double *>(
+        calloc(static_cast<size_t>(taps), sizeof(double)));
+    s->phaseFilters = static_cast<double **>(
+        calloc(static_cast<size_t>(up), sizeof(double *)));
+    if (s->delayLine == nullptr || s->phaseFilters == nullptr)
+        return false;
+    for (int32_t p = 0; p < up; p++) {
+        double *row = static_cast<double *>(
+            calloc(static_cast<size_t>(taps), sizeof(double)));
+        if (row == nullptr)
+            return false;
+        for (int32_t j = 0; j < taps && p + static_cast<int64_t>(j) * up <= n;
+             j++)
+            row[j] = h[p + j * up];
+        s->phaseFilters[p] = row;
+    }
+    return true;
+}
+
+static void _PolyphaseDestroy(void *state);
+
 static void _PolyphaseSetUp(_TOLV_RESAMPLE *handle, int inputRate,
                             int outputRate, const char *config)
 {
@@ -99,21 +130,12 @@ static void _PolyphaseSetUp(_TOLV_RESAMPLE *handle, int inputRate,
         _RefuseOrder(handle);
         return;
     }
-    int32_t taps = (n + 1) / up + ((n + 1) % up != 0 ? 1 : 0);
-    s->tapsPerPhase = taps;
-    s->delayLine = static_cast<double *>(
-        calloc(static_cast<size_t>(taps), sizeof(double)));
-    s->phaseFilters = static_cast<double **>(
-        calloc(static_cast<size_t>(up), sizeof(double *)));
-    for (int32_t p = 0; p < up; p++) {
-        double *row = static_cast<double *>(
-            calloc(static_cast<size_t>(taps), sizeof(double)));
-        for (int32_t j = 0; j < taps && p + static_cast<int64_t>(j) * up <= n;
-             j++)
-            row[j] = h[p + j * up];
-        s->phaseFilters[p] = row;
+    if (!_SplitPhases(s, h, up, n)) {
+        free(h);
+        _PolyphaseDestroy(s);
+        _RefuseOrder(handle);
+        return;
     }
-    s->up = up;
     s->down = down;
     s->phase = 0;
     s->writeIndex = 0;
@@ -146,7 +168,7 @@ static void _PolyphaseDestroy(void *state)
     _TOLV_POLYPHASE *s = static_cast<_TOLV_POLYPHASE *>(state);
     if (s->staging != nullptr)
         free(s->staging);
-    for (int32_t p = 0; p < s->up; p++)
+    for (int32_t p = 0; s->phaseFilters != nullptr && p < s->up; p++)
         free(s->phaseFilters[p]);
     free(s->phaseFilters);
     free(s->delayLine);

@@ -249,6 +249,24 @@ void makeFolder(const ScratchDir &dir)
     ASSERT_EQ(0, run(dir, shell).status);
 }
 
+// Tables that the address space cannot hold are a refusal, not a crash: 1 Hz
+// to 44100 Hz needs 181 MB, and at 150 MB its prototype fits but not its
+// rows. Sanitizers and the emulator cannot run under such a limit.
+TEST(TolvSays, TablesBeyondTheAddressSpaceAreRefused)
+{
+    if (TOLV_TEST_SANITIZED || TOLV_TEST_EMULATED)
+        GTEST_SKIP() << "no address-space limit in this build";
+    ScratchDir dir;
+    makeFolder(dir);
+    const Outcome r = run(
+        dir, "ulimit -v 150000; tolv resample @one.wav @o.wav --rate 44100");
+    EXPECT_EQ(r.status, 1) << r.err;
+    EXPECT_TRUE(r.says("cannot convert 1 Hz to 44100 Hz: TOLV_ResampleInit: "
+                       "Parametros invalidos (its 11289601 taps need about "
+                       "181 MB; pick a nearby rate or a lower --order)"))
+        << r.err;
+}
+
 TEST(TolvSays, WhatTheTableGives)
 {
     ScratchDir dir;

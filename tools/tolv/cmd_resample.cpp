@@ -92,6 +92,11 @@ struct Grid {
     Grid(int64_t from, int64_t to)
         : up(to / std::gcd(from, to)), down(from / std::gcd(from, to))
     {}
+    /* N, the polyphase prototype's length less one, at an order. */
+    int64_t prototypeN(long order) const
+    {
+        return 2 * std::max(up, down) * order;
+    }
     /* Output frames for `frames` of input. */
     int64_t outputFor(int64_t frames) const
     {
@@ -101,7 +106,7 @@ struct Grid {
 
 void checkPrototype(const ResampleOptions &o, int fromRate, const Grid &grid)
 {
-    const int64_t taps = 2 * std::max(grid.up, grid.down) * o.order;
+    const int64_t taps = grid.prototypeN(o.order);
     if (o.type == "polyphase" && taps > kMaxPrototypeTaps)
         throw Failure(format("%d Hz and %ld Hz have too small a common divisor "
                              "for the polyphase converter (it would need %lld "
@@ -117,7 +122,7 @@ void reportShift(const ResampleOptions &o, int fromRate, const Grid &grid)
 {
     if (o.type != "polyphase")
         return;
-    const int64_t N = 2 * std::max(grid.up, grid.down) * o.order;
+    const int64_t N = grid.prototypeN(o.order);
     const float M = float(grid.down);
     const long D = long(std::round(float(N) / (M + M)));
     const double exact = double(N) / (2.0 * double(grid.down));
@@ -130,8 +135,32 @@ void reportShift(const ResampleOptions &o, int fromRate, const Grid &grid)
                  exact - double(D));
 }
 
-void createConverters(const ResampleOptions &o, int fromRate, int channels,
-                      Converters &conv)
+/* A refused polyphase converter (its tables did not fit in memory) has no
+ * state that any call survives, not even its release: it is left to the end
+ * of the process. A refused hold keeps a releasable object. */
+void keepConverter(const ResampleOptions &o, _TOLV_RESAMPLE *r,
+                   const std::string &why, Converters &conv)
+{
+    if (r && why.empty())
+        conv.perChannel.push_back(r);
+    else if (r && o.type == "zoh")
+        TOLV_ResampleDestroy(r);
+}
+
+/* What a refused polyphase set-up could not have: its prototype and its
+ * phase rows, N + 1 doubles each. */
+std::string memoryHint(const ResampleOptions &o, const Grid &grid)
+{
+    if (o.type != "polyphase")
+        return "";
+    const int64_t taps = grid.prototypeN(o.order) + 1;
+    return format(" (its %lld taps need about %lld MB; pick a nearby rate "
+                  "or a lower --order)",
+                  (long long)taps, (long long)(2 * taps * 8 / 1000000 + 1));
+}
+
+void createConverters(const ResampleOptions &o, int fromRate, const Grid &grid,
+                      int channels, Converters &conv)
 {
     const std::string config =
         o.type == "zoh" ? "type=zoh"
@@ -140,13 +169,12 @@ void createConverters(const ResampleOptions &o, int fromRate, int channels,
     for (int c = 0; c < channels; c++) {
         _TOLV_RESAMPLE *r =
             TOLV_ResampleInit(fromRate, int(o.rate), config.c_str());
-        if (r)
-            conv.perChannel.push_back(r);
         std::string why = takeLibraryErrors();
+        keepConverter(o, r, why, conv);
         if (!r || !why.empty())
             throw Failure(
                 format("cannot convert %d Hz to %ld Hz", fromRate, o.rate) +
-                (why.empty() ? "" : ": " + why));
+                (why.empty() ? "" : ": " + why + memoryHint(o, grid)));
     }
 }
 
@@ -246,7 +274,7 @@ int runResample(const Arguments &argv)
     if (o.verbose)
         reportShift(o, reader.rate(), grid);
     Converters conv;
-    createConverters(o, reader.rate(), channels, conv);
+    createConverters(o, reader.rate(), grid, channels, conv);
 
     // A stream of unknown length is bounded only once it has ended.
     Pipeline p(channels, grid);
