@@ -82,6 +82,7 @@ const Row kRows[] = {
     // Filters the command will not run, and files it cannot use.
     {"tolv filter @none.wav @o.wav 'fpass=0.5, order=2'", 1, {"cannot read"}},
     {"tolv filter @text.wav @o.wav 'fpass=0.5, order=2'", 1, {"cannot read"}},
+    {"tolv filter @folder @o.wav 'fpass=0.5, order=2'", 1, {"cannot read @folder: it is a directory"}},
     {"tolv filter @in.wav @o.wav 'fpass=0.5, order=2, nc=1'", 1, {"the text asks for 1 channels but"}},
     {"tolv filter @in.wav @no/dir/o.wav 'fpass=0.5, order=2'", 1, {"cannot write"}},
     {"tolv filter @in.flac @o.flac 'fpass=0.5, order=2' --encoding float", 1, {"cannot hold --encoding float"}},

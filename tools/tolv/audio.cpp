@@ -309,10 +309,19 @@ int64_t declaredFrames(SNDFILE *file, int64_t frames)
         return frames;
     return int64_t(double(frames) * double(declared) / double(present));
 }
+
+/* libsndfile opens a folder and calls its format unknown; say what it is. */
+void refuseFolder(const std::string &path)
+{
+    struct stat st;
+    if (path != "-" && stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
+        throw Failure("cannot read " + path + ": it is a directory");
+}
 } // namespace
 
 AudioReader::AudioReader(const std::string &path) : path_(path)
 {
+    refuseFolder(path);
     file_ = path == "-" ? sf_open_fd(STDIN_FILENO, SFM_READ, &info_, SF_FALSE)
                         : sf_open(path.c_str(), SFM_READ, &info_);
     if (!file_)
