@@ -5,6 +5,7 @@
  */
 #include <algorithm>
 #include <cmath>
+#include <complex>
 #include <cstdio>
 #include <cstdlib>
 #include <strings.h>
@@ -48,32 +49,93 @@ std::vector<float> toDb(const float *power, size_t bins, int frameLength,
     return std::vector<float>(out.get(), out.get() + bins);
 }
 
-/* Strongest local maxima, refined by a parabola through the peak bin and
- * its neighbours in dB: a tone between two bins reads at its own frequency
- * and, for the smooth main lobes of the tapered windows, within a few
- * tenths of a dB of its own level instead of up to the window's scalloping
- * loss below it. */
+/* The analysis window as a tone sees it. */
+struct Lobe {
+    const float *window;
+    int N;
+    /* Level for a tone `offset` bins from a bin's centre, relative to the
+     * centre, in dB: |sum w[n] exp(-j 2 pi offset n / N)| / sum w[n]. */
+    double db(double offset) const
+    {
+        const std::complex<double> step =
+            std::polar(1.0, -2.0 * M_PI * offset / double(N));
+        std::complex<double> turn = 1.0, sum = 0.0;
+        double dc = 0.0;
+        for (int n = 0; n < N; n++, turn *= step) {
+            sum += double(window[n]) * turn;
+            dc += double(window[n]);
+        }
+        return 20.0 * std::log10(std::abs(sum) / dc);
+    }
+    /* Level of the bin above the tone's bin less that of the bin below,
+     * for a tone `offset` bins above its bin's centre. */
+    double sideGap(double offset) const
+    {
+        return db(1.0 - offset) - db(1.0 + offset);
+    }
+};
+
+/* The tone's offset that makes the lobe give the neighbours' measured
+ * level gap: secant steps from the parabola's estimate, which is biased
+ * for lobes far from a parabola in dB (flat tops, the rectangle). */
+double refineOffset(const Lobe &lobe, double offset, double gap)
+{
+    double x0 = offset, g0 = lobe.sideGap(x0) - gap;
+    double x1 = offset > 0 ? offset - 0.01 : offset + 0.01;
+    double g1 = lobe.sideGap(x1) - gap;
+    for (int i = 0; i < 4 && std::isfinite(g0 - g1) && g0 != g1; i++) {
+        const double x2 =
+            std::clamp(x1 - g1 * (x1 - x0) / (g1 - g0), -0.5, 0.5);
+        x0 = x1, g0 = g1, x1 = x2, g1 = lobe.sideGap(x2) - gap;
+    }
+    return std::isfinite(g1) && std::fabs(g1) < std::fabs(g0) ? x1 : x0;
+}
+
+/* A tone: its frequency and level. */
 struct Peak {
     double hz;
     float db;
 };
-std::vector<Peak> peaks(const std::vector<float> &db, double binHz,
-                        float floorDb, size_t count)
+
+/* The tone at local maximum k. A parabola through the bin and its
+ * neighbours in dB, refined on the window's own lobe, places it between
+ * the bins; the bin, raised by the lobe's loss at that distance from its
+ * centre, gives its level instead of up to the window's scalloping loss
+ * below it. */
+Peak refinePeak(const std::vector<float> &db, size_t k, double binHz,
+                const Lobe &lobe)
 {
+    double a = db[k - 1], b = db[k], c = db[k + 1];
+    double denom = a - 2 * b + c;
+    double offset = denom != 0 ? 0.5 * (a - c) / denom : 0.0;
+    offset = refineOffset(lobe, offset, c - a);
+    return {(double(k) + offset) * binHz, float(b - lobe.db(offset))};
+}
+
+/* The `count` strongest tones among the local maxima above the floor. */
+std::vector<Peak> peaks(const std::vector<float> &db, double binHz,
+                        float floorDb, size_t count, const Lobe &lobe)
+{
+    std::vector<size_t> maxima;
+    for (size_t k = 1; k + 1 < db.size(); k++)
+        if (db[k] > db[k - 1] && db[k] >= db[k + 1] && db[k] > floorDb + 1)
+            maxima.push_back(k);
+    std::sort(maxima.begin(), maxima.end(),
+              [&](size_t x, size_t y) { return db[x] > db[y]; });
+    const auto stronger = [](const Peak &x, const Peak &y) {
+        return x.db > y.db;
+    };
     std::vector<Peak> found;
-    for (size_t k = 1; k + 1 < db.size(); k++) {
-        if (!(db[k] > db[k - 1] && db[k] >= db[k + 1]) || db[k] <= floorDb + 1)
-            continue;
-        double a = db[k - 1], b = db[k], c = db[k + 1];
-        double denom = a - 2 * b + c;
-        double offset = denom != 0 ? 0.5 * (a - c) / denom : 0.0;
-        found.push_back(
-            {(double(k) + offset) * binHz, float(b - 0.25 * (a - c) * offset)});
+    for (size_t k : maxima) {
+        // A tone reads at least at its bin's level: once the bins fall
+        // below the weakest tone kept, no later one can take its place.
+        if (found.size() == count && db[k] < found.back().db)
+            break;
+        found.push_back(refinePeak(db, k, binHz, lobe));
+        std::sort(found.begin(), found.end(), stronger);
+        if (found.size() > count)
+            found.pop_back();
     }
-    std::sort(found.begin(), found.end(),
-              [](const Peak &x, const Peak &y) { return x.db > y.db; });
-    if (found.size() > count)
-        found.resize(count);
     return found;
 }
 
@@ -279,7 +341,8 @@ reportPeaks(const Analyser &a, const SpectrumOptions &o, double binHz)
         for (size_t k = 0; k < a.bins; k++)
             mean[k] = float(a.sum[size_t(c)][k] / double(a.analysed));
         db.push_back(toDb(mean.data(), a.bins, a.N, a.windowMean, o.range));
-        std::vector<Peak> top = peaks(db.back(), binHz, float(-o.range), 3);
+        std::vector<Peak> top =
+            peaks(db.back(), binHz, float(-o.range), 3, {a.window.get(), a.N});
         if (top.empty()) {
             std::printf("channel %d: no peak above the floor of -%g dB\n",
                         c + 1, o.range);
